@@ -1,0 +1,69 @@
+#pragma once
+
+#include <QDateTime>
+#include <QList>
+#include <QPointF>
+#include <QString>
+
+#include <functional>
+
+/// A generated memory card: two cameras' JPEGs with full EXIF, drawn by our own code,
+/// for trying the application without real photos and for tests of the modules that
+/// read such files. Everything is decided by `plan` up front; `write` only carries it out.
+namespace DemoShoot {
+
+inline constexpr int defaultCount = 60;
+/// Small enough shoots cannot hold every kind of frame the plan promises.
+inline constexpr int minimumCount = 12;
+/// Each camera folder numbers its files with four digits.
+inline constexpr int maximumCount = 9999;
+
+/// One planned photo. A plain value, freely copied between threads.
+struct DemoFrame {
+    QString relativePath; ///< '/'-separated, below the shoot folder, e.g. "DCIM/100KSRVI/KSR_0001.JPG"
+    QString camera;       ///< the display name made from make and model ("Canon EOS R6")
+    QString make;         ///< Exif.Image.Make as written
+    QString model;        ///< Exif.Image.Model as written
+    QString lens;         ///< Exif.Photo.LensModel as written
+    QDateTime captureTime; ///< UTC, in whole hundredths of a second (what the file's date, sub-second and offset say)
+    QString offsetText;   ///< the camera's UTC offset as written, e.g. "+02:00"
+    int burst = 0;        ///< 0 when not in a burst, else the 1-based burst number in time order
+    bool blurred = false; ///< drawn clearly out of focus
+    bool damagedMetadata = false; ///< the EXIF block is unreadable on purpose; the pixels are fine
+    int orientation = 1;  ///< EXIF orientation; 6 means the pixels are stored turned a quarter left
+    int width = 0;        ///< stored pixel width
+    int height = 0;       ///< stored pixel height
+    int exposureDenominator = 0; ///< exposure time is 1/exposureDenominator s
+    double fNumber = 0;
+    int iso = 0;
+    int focalLengthMm = 0;
+    quint32 sceneSeed = 0; ///< frames of one burst, and both frames of a two-camera moment, share it
+    quint32 grainSeed = 0; ///< sensor grain, different for every frame
+    QPointF sceneShift;    ///< hand-held drift of the upright picture in pixels
+
+    friend bool operator==(const DemoFrame &, const DemoFrame &) = default;
+};
+
+/// The whole shoot for `count` photos (clamped to minimumCount…maximumCount), in capture
+/// order. Pure and deterministic: the same count always gives the same plan. Holds
+/// bursts of 3–6 frames 0.2–0.8 s apart from one camera, single frames well over a second
+/// from the same camera's other frames, at least one moment where both cameras fire in
+/// the same second, 3–4 blurred frames (some inside bursts), one or two frames stored
+/// sideways with orientation 6, and exactly one frame with damaged metadata.
+QList<DemoFrame> plan(int count);
+
+struct WriteResult {
+    bool ok = false;
+    QString error;   ///< the sentence to show the user when !ok
+    int written = 0; ///< files completed, also when failing part way
+};
+
+/// Writes the files of plan(count) below `dir`, creating folders as needed. Refuses,
+/// writing nothing, when any of the files already exists: never overwrites. Each file is
+/// written atomically. Uses the global thread pool; blocks until done. `progress`, when
+/// set, is called on the calling thread with the number of frames finished so far.
+/// Never throws.
+WriteResult write(const QString &dir, int count,
+                  const std::function<void(int done, int total)> &progress = {});
+
+} // namespace DemoShoot

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <QStringList>
+
+/// Each subcommand takes its own arguments (without the program and subcommand names)
+/// and returns the process exit status: 0 success, 1 failure, 2 bad usage or unknown id.
+namespace Commands {
+int scan(const QStringList &args);
+int ratings(const QStringList &args);
+int rate(const QStringList &args);
+int demo(const QStringList &args);
+} // namespace Commands

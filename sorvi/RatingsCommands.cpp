@@ -1,0 +1,128 @@
+#include "Catalog.h"
+#include "CommandLine.h"
+#include "Commands.h"
+#include "ShotScanner.h"
+#include "Terminal.h"
+
+#include <QCollator>
+#include <QFileInfo>
+
+#include <algorithm>
+
+namespace {
+
+QString ratingText(const Rating &rating)
+{
+    QStringList parts;
+    parts << (rating.stars > 0 ? QString(rating.stars, QChar(0x2605)) : QStringLiteral("no stars"));
+    if (rating.flag != Rating::Flag::none)
+        parts << Rating::rawValue(rating.flag);
+    if (rating.label != Rating::Label::none)
+        parts << Rating::rawValue(rating.label);
+    return parts.join(QStringLiteral(" · "));
+}
+
+std::optional<QString> existingFolder(const QString &path)
+{
+    const QFileInfo info(path);
+    if (!info.isDir()) {
+        Terminal::printErr(QStringLiteral("sorvi: %1 is not a folder\n").arg(path));
+        return std::nullopt;
+    }
+    return info.canonicalFilePath();
+}
+
+// Applies the requested changes to `rating`; false (with a message) on a bad value.
+bool applyChanges(const CommandLine &line, Rating &rating)
+{
+    if (const auto stars = line.value(QStringLiteral("--stars"))) {
+        bool ok = false;
+        const int value = stars->toInt(&ok);
+        if (!ok || value < 0 || value > 5) {
+            Terminal::printErr(QStringLiteral("sorvi: --stars takes a number from 0 to 5, not %1\n").arg(*stars));
+            return false;
+        }
+        rating.stars = value;
+    }
+    const int flagOptions = int(line.has(QStringLiteral("--pick"))) + int(line.has(QStringLiteral("--reject")))
+        + int(line.has(QStringLiteral("--unflag")));
+    if (flagOptions > 1) {
+        Terminal::printErr(QStringLiteral("sorvi: give only one of --pick, --reject and --unflag\n"));
+        return false;
+    }
+    if (line.has(QStringLiteral("--pick")))
+        rating.flag = Rating::Flag::pick;
+    else if (line.has(QStringLiteral("--reject")))
+        rating.flag = Rating::Flag::reject;
+    else if (line.has(QStringLiteral("--unflag")))
+        rating.flag = Rating::Flag::none;
+    if (const auto label = line.value(QStringLiteral("--label"))) {
+        const QString name = label->compare(QLatin1String("none"), Qt::CaseInsensitive) == 0
+            ? QString()
+            : label->left(1).toUpper() + label->mid(1).toLower();
+        const auto parsed = Rating::labelFromRaw(name);
+        if (!parsed) {
+            Terminal::printErr(QStringLiteral("sorvi: unknown label %1 (use Red, Yellow, Green, Blue, Purple or none)\n")
+                                   .arg(*label));
+            return false;
+        }
+        rating.label = *parsed;
+    }
+    return true;
+}
+
+} // namespace
+
+int Commands::ratings(const QStringList &args)
+{
+    const CommandLine line(args, {QStringLiteral("--json")}, {});
+    if (!line.isValid() || line.positional().size() != 1) {
+        Terminal::printErr(QStringLiteral("usage: sorvi ratings FOLDER [--json]\n"));
+        return 2;
+    }
+    const auto folder = existingFolder(line.positional().first());
+    if (!folder)
+        return 1;
+    const Catalog catalog(*folder);
+    const QHash<QString, Rating> ratings = catalog.ratings();
+    if (line.has(QStringLiteral("--json"))) {
+        Terminal::printOut(QString::fromUtf8(Catalog::encode(*folder, ratings)) + QLatin1Char('\n'));
+        return 0;
+    }
+    QStringList ids = ratings.keys();
+    QCollator collator;
+    collator.setNumericMode(true);
+    collator.setCaseSensitivity(Qt::CaseInsensitive);
+    std::sort(ids.begin(), ids.end(), collator);
+    for (const QString &id : std::as_const(ids))
+        Terminal::printOut(id + QStringLiteral("  ") + ratingText(ratings.value(id)) + QLatin1Char('\n'));
+    Terminal::printOut(Terminal::counted(ids.size(), QStringLiteral("rated photo")) + QLatin1Char('\n'));
+    return 0;
+}
+
+int Commands::rate(const QStringList &args)
+{
+    const CommandLine line(args, {QStringLiteral("--pick"), QStringLiteral("--reject"), QStringLiteral("--unflag")},
+                           {QStringLiteral("--stars"), QStringLiteral("--label")});
+    if (!line.isValid() || line.positional().size() != 2) {
+        Terminal::printErr(QStringLiteral("usage: sorvi rate FOLDER ID [--stars N] [--pick|--reject|--unflag] "
+                                          "[--label Red|Yellow|Green|Blue|Purple|none]\n"));
+        return 2;
+    }
+    const auto folder = existingFolder(line.positional().at(0));
+    if (!folder)
+        return 1;
+    const QString id = line.positional().at(1);
+    const QList<Shot> shots = ShotScanner::list(*folder);
+    if (std::none_of(shots.begin(), shots.end(), [&id](const Shot &shot) { return shot.id == id; })) {
+        Terminal::printErr(QStringLiteral("sorvi: no photo with the id \"%1\" in %2\n").arg(id, *folder));
+        return 2;
+    }
+    Catalog catalog(*folder);
+    Rating rating = catalog.rating(id).value_or(Rating());
+    if (!applyChanges(line, rating))
+        return 2;
+    catalog.set(rating, id);
+    Terminal::printOut(id + QStringLiteral("  ") + ratingText(rating) + QLatin1Char('\n'));
+    return 0;
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QString>
+
+/// Output helpers shared by the subcommands.
+namespace Terminal {
+
+bool stderrIsTerminal();
+void printOut(const QString &text); ///< stdout, UTF-8, no newline added
+void printErr(const QString &text); ///< stderr, UTF-8, no newline added
+/// "1 photo", "2 photos": counted words take an s when the count is not 1.
+QString counted(qsizetype count, const QString &word);
+
+/// One status line on stderr, rewritten in place while long work runs; shown only when
+/// stderr is a terminal, so scripts and pipes get clean output. Cleared when destroyed.
+class ProgressLine {
+public:
+    ProgressLine() = default;
+    ProgressLine(const ProgressLine &) = delete;
+    ProgressLine &operator=(const ProgressLine &) = delete;
+    ~ProgressLine() { clear(); }
+
+    void show(const QString &text);
+    void clear();
+
+private:
+    bool m_shown = false;
+};
+
+} // namespace Terminal

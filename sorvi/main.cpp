@@ -1,0 +1,55 @@
+#include "Commands.h"
+#include "ShotScanner.h"
+
+#include <QCoreApplication>
+#include <QTextStream>
+
+#include <functional>
+#include <map>
+
+namespace {
+
+const char *const usage =
+    "usage: sorvi <command> [arguments]\n"
+    "\n"
+    "commands:\n"
+    "  scan FOLDER [--json]              list the shots of a folder with their details and bursts\n"
+    "  ratings FOLDER [--json]           print the ratings stored for a folder\n"
+    "  rate FOLDER ID [--stars N] [--pick|--reject|--unflag]\n"
+    "       [--label Red|Yellow|Green|Blue|Purple|none]\n"
+    "                                    change the rating of one shot\n"
+    "  demo DIR [--count N]              write a generated demo shoot into DIR\n";
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setOrganizationName("Kestrane");
+    QCoreApplication::setApplicationName("Sorvi");
+    ShotScanner::initializeMetadataReader();
+
+    const std::map<QString, std::function<int(const QStringList &)>> commands{
+        {"scan", Commands::scan},
+        {"ratings", Commands::ratings},
+        {"rate", Commands::rate},
+        {"demo", Commands::demo},
+    };
+    QStringList args = app.arguments().mid(1);
+    QTextStream err(stderr);
+    if (args.isEmpty()) {
+        err << usage;
+        return 2;
+    }
+    if (args.first() == "--help" || args.first() == "-h") {
+        QTextStream(stdout) << usage;
+        return 0;
+    }
+    const QString name = args.takeFirst();
+    const auto command = commands.find(name);
+    if (command == commands.end()) {
+        err << "sorvi: unknown command '" << name << "'\n\n" << usage;
+        return 2;
+    }
+    return command->second(args);
+}
