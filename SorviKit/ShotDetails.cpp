@@ -86,11 +86,15 @@ std::optional<double> number(const Exiv2::Exifdatum *datum)
 {
     if (!datum || datum->count() == 0 || !isNumeric(datum->typeId()))
         return std::nullopt;
-    if (datum->typeId() == Exiv2::unsignedRational || datum->typeId() == Exiv2::signedRational) {
-        const Exiv2::Rational r = datum->toRational(0);
-        if (r.second == 0)
-            return std::nullopt;
-        return double(r.first) / double(r.second);
+    // Rationals are divided in full precision; Exiv2's own conversion goes through a
+    // signed pair, which overflows on the large unsigned terms some cameras write.
+    if (const auto *unsignedValue = dynamic_cast<const Exiv2::URationalValue *>(&datum->value())) {
+        const Exiv2::URational r = unsignedValue->value_.front();
+        return r.second == 0 ? std::nullopt : std::optional<double>(double(r.first) / double(r.second));
+    }
+    if (const auto *signedValue = dynamic_cast<const Exiv2::RationalValue *>(&datum->value())) {
+        const Exiv2::Rational r = signedValue->value_.front();
+        return r.second == 0 ? std::nullopt : std::optional<double>(double(r.first) / double(r.second));
     }
     return double(datum->toFloat(0));
 }
@@ -129,10 +133,26 @@ std::pair<int, int> exifPixelSize(const TagTable &tags)
     return {width ? int(*width) : 0, height ? int(*height) : 0};
 }
 
+// CRW stores the capture time as a count of seconds of the camera's wall clock, and
+// Exiv2 renders it through localtime(), shifting it by the reading computer's zone.
+// Undo that shift so the text is the camera's wall clock again.
+std::optional<QString> crwWallClock(const std::optional<QString> &exiv2Text)
+{
+    if (!exiv2Text)
+        return std::nullopt;
+    const QString format = QStringLiteral("yyyy:MM:dd HH:mm:ss");
+    const QDateTime local = QDateTime::fromString(*exiv2Text, format);
+    if (!local.isValid())
+        return exiv2Text;
+    return QDateTime::fromSecsSinceEpoch(local.toSecsSinceEpoch(), Qt::UTC).toString(format);
+}
+
 ExifValues valuesOf(const Exiv2::Image &image, bool isRaw)
 {
     const TagTable tags(image.exifData());
     ExifValues values = valuesFrom(tags);
+    if (dynamic_cast<const Exiv2::CrwImage *>(&image) != nullptr)
+        values.dateTimeOriginal = crwWallClock(values.dateTimeOriginal);
     // Where EXIF has no lens, the auxiliary XMP properties and the maker notes that
     // carry the lens as plain text stand in.
     values.auxLensModel = firstNonEmpty({xmpText(image.xmpData(), "Xmp.aux.Lens"),

@@ -1,7 +1,7 @@
 #include "ShotScanner.h"
+#include "FileNameOrder.h"
 #include "ShotDetails.h"
 
-#include <QCollator>
 #include <QDir>
 #include <QFileInfo>
 #include <QHash>
@@ -157,13 +157,8 @@ QList<Shot> list(const QString &folder)
     for (const QString &key : std::as_const(order))
         shots << makeShot(groups.value(key), root == QLatin1String("/") ? QString() : root);
 
-    // The order a file browser uses: case-insensitive, numbers by value (IMG_2 < IMG_10).
-    QCollator collator;
-    collator.setNumericMode(true);
-    collator.setCaseSensitivity(Qt::CaseInsensitive);
-    std::stable_sort(shots.begin(), shots.end(), [&collator](const Shot &a, const Shot &b) {
-        return collator.compare(a.id, b.id) < 0;
-    });
+    std::stable_sort(shots.begin(), shots.end(),
+                     [](const Shot &a, const Shot &b) { return FileNameOrder::lessThan(a.id, b.id); });
     return shots;
 }
 

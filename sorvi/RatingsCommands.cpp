@@ -1,10 +1,10 @@
 #include "Catalog.h"
 #include "CommandLine.h"
 #include "Commands.h"
+#include "FileNameOrder.h"
 #include "ShotScanner.h"
 #include "Terminal.h"
 
-#include <QCollator>
 #include <QFileInfo>
 
 #include <algorithm>
@@ -90,10 +90,7 @@ int Commands::ratings(const QStringList &args)
         return 0;
     }
     QStringList ids = ratings.keys();
-    QCollator collator;
-    collator.setNumericMode(true);
-    collator.setCaseSensitivity(Qt::CaseInsensitive);
-    std::sort(ids.begin(), ids.end(), collator);
+    std::sort(ids.begin(), ids.end(), FileNameOrder::lessThan);
     for (const QString &id : std::as_const(ids))
         Terminal::printOut(id + QStringLiteral("  ") + ratingText(ratings.value(id)) + QLatin1Char('\n'));
     Terminal::printOut(Terminal::counted(ids.size(), QStringLiteral("rated photo")) + QLatin1Char('\n'));

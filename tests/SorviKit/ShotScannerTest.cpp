@@ -1,0 +1,200 @@
+#include "CaptureDetails.h"
+#include "FileNameOrder.h"
+#include "ShotScanner.h"
+#include "TestFiles.h"
+
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+namespace {
+
+QStringList ids(const QList<Shot> &shots)
+{
+    QStringList result;
+    for (const Shot &shot : shots)
+        result << shot.id;
+    return result;
+}
+
+QStringList relativeFiles(const Shot &shot, const QString &root)
+{
+    QStringList result;
+    for (const QString &file : shot.files)
+        result << QDir(root).relativeFilePath(file);
+    return result;
+}
+
+} // namespace
+
+TEST(ShotScannerTest, ListsPairsAndOrdersLikeAFileBrowser)
+{
+    QTemporaryDir dir;
+    const QString root = dir.path();
+    for (const char *name : {"DCIM/100CANON/IMG_0001.CR3", "DCIM/100CANON/IMG_0001.JPG",
+                             "DCIM/100CANON/img_0001.jpeg", "DCIM/100CANON/IMG_0001.xmp",
+                             "DCIM/100CANON/IMG_10.JPG", "DCIM/100CANON/IMG_2.JPG",
+                             "DCIM/100CANON/Rejected/IMG_0000.JPG", "day1/deep/Rejected/x.JPG",
+                             "DCIM/rejected/DSC_1.NEF", ".hidden.JPG", "DCIM/100CANON/._IMG_0001.JPG",
+                             ".Trashes/IMG_9.JPG", "notes.txt", "day1/DSC_0042.NEF", "day2/DSC_0042.NEF",
+                             "a.b.c.tif"})
+        TestFiles::write(root + '/' + name, "not really a photo");
+
+    const QList<Shot> shots = ShotScanner::list(root);
+    EXPECT_EQ(ids(shots), (QStringList{"a.b.c", "day1/DSC_0042", "day2/DSC_0042", "DCIM/100CANON/IMG_0001",
+                                       "DCIM/100CANON/IMG_2", "DCIM/100CANON/IMG_10", "DCIM/rejected/DSC_1"}));
+    // Grouping ignores case; the RAW comes first and gives the id its case.
+    const Shot &pair = shots.at(3);
+    EXPECT_EQ(relativeFiles(pair, root), (QStringList{"DCIM/100CANON/IMG_0001.CR3", "DCIM/100CANON/IMG_0001.JPG",
+                                                      "DCIM/100CANON/img_0001.jpeg"}));
+    EXPECT_EQ(pair.kinds(), "CR3 + JPG + JPEG");
+
+    // The same folder spelled through a link or with dots gives the same ids.
+    ASSERT_TRUE(QFile::link(root, root + "-link"));
+    EXPECT_EQ(ids(ShotScanner::list(root + "-link")), ids(shots));
+    EXPECT_EQ(ids(ShotScanner::list(root + "/DCIM/../")), ids(shots));
+    QFile::remove(root + "-link");
+
+    EXPECT_TRUE(ShotScanner::list(root + "/does-not-exist").isEmpty());
+    EXPECT_TRUE(ShotScanner::list(root + "/notes.txt").isEmpty());
+}
+
+TEST(ShotScannerTest, DamagedFilesOfEveryExtensionKeepDefaults)
+{
+    QTemporaryDir dir;
+    QByteArray truncatedJpeg = QByteArray::fromHex("ffd8ffe1ffff457869660000") + "MM";
+    QByteArray garbage(70000, '\0');
+    QRandomGenerator random(7);
+    for (char &byte : garbage)
+        byte = char(random.bounded(256));
+    const QList<QByteArray> contents{{}, truncatedJpeg, garbage, QByteArray("II*\0\x08\0\0\0\xff\xff", 10)};
+
+    int index = 0;
+    for (const QString &extension : ShotScanner::allExtensions())
+        for (const QByteArray &bytes : contents)
+            TestFiles::write(QStringLiteral("%1/f%2.%3").arg(dir.path()).arg(index++).arg(extension), bytes);
+
+    const QList<Shot> shots = ShotScanner::list(dir.path());
+    ASSERT_EQ(shots.size(), index);
+    for (const Shot &listed : shots) {
+        const Shot shot = ShotScanner::readDetails(listed);
+        EXPECT_EQ(shot.byteSize, std::uint64_t(QFileInfo(shot.files.first()).size())) << shot.id.toStdString();
+        EXPECT_FALSE(shot.captureDate) << shot.id.toStdString();
+        EXPECT_GE(shot.orientation, 1);
+        EXPECT_LE(shot.orientation, 8);
+    }
+}
+
+TEST(ShotScannerTest, TruncatedCorpusFilesNeverCrash)
+{
+    SKIP_WITHOUT_CORPUS();
+    QTemporaryDir dir;
+    int written = 0;
+    for (const char *sub : {"raw", "heic", "jpeg", "pairs"}) {
+        const QDir source(TestFiles::corpus() + '/' + sub);
+        for (const QFileInfo &file : source.entryInfoList(QDir::Files)) {
+            if (!ShotScanner::allExtensions().contains(file.suffix().toLower()))
+                continue;
+            QFile in(file.filePath());
+            ASSERT_TRUE(in.open(QIODevice::ReadOnly));
+            const QByteArray bytes = in.readAll();
+            for (const double fraction : {0.002, 0.05, 0.5})
+                TestFiles::write(QStringLiteral("%1/%2_%3_%4.%5").arg(dir.path(), sub, file.baseName())
+                                     .arg(int(fraction * 1000)).arg(file.suffix()),
+                                 bytes.left(qsizetype(bytes.size() * fraction)));
+            ++written;
+        }
+    }
+    ASSERT_GT(written, 30);
+    for (const Shot &shot : ShotScanner::list(dir.path())) {
+        const Shot read = ShotScanner::readDetails(shot);
+        EXPECT_GT(read.byteSize, 0u) << shot.id.toStdString();
+    }
+}
+
+TEST(ShotScannerTest, PairFillsWhatTheRawLacksFromItsJpeg)
+{
+    SKIP_WITHOUT_CORPUS();
+    QTemporaryDir dir;
+    // The Kodak RAW has no capture date; its rendered twin has one.
+    ASSERT_TRUE(QFile::copy(TestFiles::corpus() + "/raw/kodak_dc50_no_jpeg.kdc", dir.path() + "/X.KDC"));
+    ASSERT_TRUE(QFile::copy(TestFiles::corpus() + "/jpeg/pentax_ist_d.jpg", dir.path() + "/X.JPG"));
+    const QList<Shot> shots = ShotScanner::list(dir.path());
+    ASSERT_EQ(shots.size(), 1);
+    const Shot shot = ShotScanner::readDetails(shots.first());
+    EXPECT_EQ(shot.kinds(), "KDC + JPG");
+    EXPECT_EQ(shot.camera, "Eastman Kodak Company Kodak Digital Science DC50 Zoom Camera"); // the RAW's
+    ASSERT_TRUE(shot.captureDate);
+    // 2004:10:02 23:29:52 without an offset is read in the computer's zone (Helsinki, +03:00).
+    EXPECT_EQ(shot.captureDate->toUTC().toString(Qt::ISODateWithMs), "2004-10-02T20:29:52.000Z");
+    EXPECT_EQ(shot.width, 756); // the RAW's size comes first
+}
+
+TEST(CaptureDetailsTest, ExposureSummary)
+{
+    const auto summary = [](std::optional<double> t, std::optional<double> f, std::optional<long> iso,
+                            std::optional<double> focal) {
+        ExifValues exif;
+        exif.exposureTime = t;
+        exif.fNumber = f;
+        exif.iso = iso;
+        exif.focalLengthMm = focal;
+        return CaptureDetails::exposureSummary(exif).value_or("(none)");
+    };
+    EXPECT_EQ(summary(0.004, 2.8, 400, 35), "1/250 s · f/2.8 · ISO 400 · 35 mm");
+    EXPECT_EQ(summary(0.3, {}, {}, {}), "1/3 s");
+    EXPECT_EQ(summary(1.0, {}, {}, {}), "1.0 s");
+    EXPECT_EQ(summary(2.5, 8.0, {}, {}), "2.5 s · f/8");
+    EXPECT_EQ(summary({}, 10.0, {}, {}), "f/10");
+    EXPECT_EQ(summary({}, 1.4, {}, 24.5), "f/1.4 · 25 mm");
+    EXPECT_EQ(summary(1.0 / 64, 3.56359487256136, {}, 7.203125), "1/64 s · f/3.6 · 7 mm");
+    EXPECT_EQ(summary(0.0, {}, 0, {}), "ISO 0");
+    EXPECT_EQ(summary({}, {}, {}, {}), "(none)");
+}
+
+TEST(CaptureDetailsTest, OffsetsDatesAndCameraNames)
+{
+    EXPECT_EQ(CaptureDetails::offsetSeconds("+02:00"), 7200);
+    EXPECT_EQ(CaptureDetails::offsetSeconds("-05:30"), -19800);
+    EXPECT_EQ(CaptureDetails::offsetSeconds(" 03:00"), 10800); // the first character is dropped whatever it is
+    for (const char *bad : {"Z", "", "+02", "+02:00:00", "+0x:00"})
+        EXPECT_FALSE(CaptureDetails::offsetSeconds(bad)) << bad;
+
+    ExifValues exif;
+    exif.dateTimeOriginal = "2023:06:10 14:22:31";
+    exif.offsetTimeOriginal = "+02:00";
+    exif.subSecTimeOriginal = "45";
+    EXPECT_EQ(CaptureDetails::captureDate(exif)->toString(Qt::ISODateWithMs), "2023-06-10T12:22:31.450Z");
+    exif.subSecTimeOriginal = "07";
+    EXPECT_EQ(CaptureDetails::captureDate(exif)->toString(Qt::ISODateWithMs), "2023-06-10T12:22:31.070Z");
+    exif.offsetTimeOriginal = "Z"; // no zone: the computer's (Helsinki, +03:00 in summer)
+    EXPECT_EQ(CaptureDetails::captureDate(exif)->toString(Qt::ISODateWithMs), "2023-06-10T11:22:31.070Z");
+    exif.dateTimeOriginal = "2023:13:10 14:22:31";
+    EXPECT_FALSE(CaptureDetails::captureDate(exif));
+    exif.dateTimeOriginal = "    :  :     :  :  ";
+    EXPECT_FALSE(CaptureDetails::captureDate(exif));
+
+    const auto camera = [](std::optional<QString> make, std::optional<QString> model) {
+        ExifValues values;
+        values.make = make;
+        values.model = model;
+        return CaptureDetails::cameraName(values).value_or("(none)");
+    };
+    EXPECT_EQ(camera("Canon", "Canon EOS R5"), "Canon EOS R5");
+    EXPECT_EQ(camera("NIKON CORPORATION", "Z 8"), "NIKON CORPORATION Z 8");
+    EXPECT_EQ(camera("NIKON CORPORATION", "NIKON D70"), "NIKON D70");
+    EXPECT_EQ(camera("SONY", "ILCE-7M4"), "SONY ILCE-7M4");
+    EXPECT_EQ(camera({}, "  Pixel 8 Pro "), "Pixel 8 Pro");
+    EXPECT_EQ(camera("Apple", {}), "(none)");
+}
+
+TEST(FileNameOrderTest, NumbersByValueLettersWithoutCase)
+{
+    EXPECT_LT(FileNameOrder::compare("IMG_2", "IMG_10"), 0);
+    EXPECT_LT(FileNameOrder::compare("IMG_0001", "IMG_2"), 0);
+    EXPECT_LT(FileNameOrder::compare("apple", "Banana"), 0);
+    EXPECT_LT(FileNameOrder::compare("IMG_99999999999999999999", "IMG_100000000000000000000"), 0);
+    EXPECT_LT(FileNameOrder::compare("day1", "day1/x"), 0);
+    EXPECT_NE(FileNameOrder::compare("img_1", "IMG_1"), 0); // distinct names never tie
+    EXPECT_EQ(FileNameOrder::compare("IMG_1", "IMG_1"), 0);
+}

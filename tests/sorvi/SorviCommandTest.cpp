@@ -1,0 +1,122 @@
+#include "Catalog.h"
+#include "TestFiles.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+// The command-line companion run as a real process, with its own data folder.
+namespace {
+
+struct CommandRun {
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+class SorviCommandTest : public ::testing::Test {
+protected:
+    CommandRun sorvi(const QStringList &args)
+    {
+        QProcess process;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("XDG_DATA_HOME", m_data.path());
+        environment.insert("TZ", "UTC");
+        process.setProcessEnvironment(environment);
+        process.start(SORVI_EXECUTABLE, args);
+        process.waitForFinished(120000);
+        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+                process.readAllStandardOutput(), process.readAllStandardError()};
+    }
+    QString dataPath() const { return m_data.path(); }
+
+private:
+    QTemporaryDir m_data;
+};
+
+QJsonObject shootTruth()
+{
+    QFile file(TestFiles::corpus() + "/shoot/truth.json");
+    return file.open(QIODevice::ReadOnly) ? QJsonDocument::fromJson(file.readAll()).object() : QJsonObject();
+}
+
+} // namespace
+
+TEST_F(SorviCommandTest, ScanJsonListsTheShootAsExpected)
+{
+    SKIP_WITHOUT_CORPUS();
+    const CommandRun run = sorvi({"scan", TestFiles::corpus() + "/shoot", "--json"});
+    ASSERT_EQ(run.exitCode, 0) << run.err.constData();
+    const QJsonObject scan = QJsonDocument::fromJson(run.out).object();
+    EXPECT_EQ(scan["folder"].toString(), QFileInfo(TestFiles::corpus() + "/shoot").canonicalFilePath());
+
+    QSet<QString> expectedIds, expectedFiles;
+    for (const QJsonValue &value : shootTruth()["files"].toArray())
+        if (value["expected_in_scan"].toBool()) {
+            expectedIds << value["frame"].toString();
+            expectedFiles << value["file"].toString();
+        }
+    QSet<QString> ids, files;
+    for (const QJsonValue &shot : scan["shots"].toArray()) {
+        ids << shot["id"].toString();
+        for (const QJsonValue &file : shot["files"].toArray())
+            files << file.toString();
+        if (shot["id"] == "DCIM/100CANON/IMG_0019") {
+            EXPECT_EQ(shot["kinds"].toString(), "CR2 + JPG");
+            EXPECT_EQ(shot["captureDate"].toString(), "2024-05-18T12:25:00.000Z");
+            EXPECT_EQ(shot["camera"].toString(), "Canon EOS 350D DIGITAL");
+            EXPECT_EQ(shot["exposure"].toString(), "1/15 s · f/8 · ISO 400 · 55 mm");
+            EXPECT_TRUE(shot["lens"].isNull());
+            EXPECT_EQ(shot["width"].toInt(), 3456);
+            EXPECT_GT(shot["byteSize"].toInteger(), 0);
+        }
+    }
+    EXPECT_EQ(ids, expectedIds);
+    EXPECT_EQ(files, expectedFiles);
+
+    QJsonArray expectedBursts;
+    for (const QJsonValue &burst : shootTruth()["bursts"].toArray())
+        expectedBursts.append(burst["frames"]);
+    EXPECT_EQ(scan["bursts"].toArray(), expectedBursts);
+
+    const CommandRun text = sorvi({"scan", TestFiles::corpus() + "/shoot"});
+    EXPECT_TRUE(text.out.endsWith("46 photos in 48 files, 2 RAW+JPEG pairs\n")) << text.out.right(200).constData();
+}
+
+TEST_F(SorviCommandTest, RateWritesTheCatalogTheApplicationReads)
+{
+    QTemporaryDir shoot;
+    TestFiles::write(shoot.path() + "/DCIM/IMG_0001.JPG", "x");
+    TestFiles::write(shoot.path() + "/DCIM/IMG_0002.CR2", "x");
+
+    CommandRun run = sorvi({"rate", shoot.path(), "DCIM/IMG_0001", "--stars", "3", "--pick", "--label", "Red"});
+    ASSERT_EQ(run.exitCode, 0) << run.err.constData();
+    run = sorvi({"rate", shoot.path(), "DCIM/IMG_0002", "--reject", "--label", "purple"});
+    ASSERT_EQ(run.exitCode, 0) << run.err.constData();
+
+    const Catalog catalog(shoot.path(), dataPath() + "/Kestrane Sorvi/Catalogs");
+    EXPECT_EQ(catalog.rating("DCIM/IMG_0001"), (Rating{3, Rating::Flag::pick, Rating::Label::red}));
+    EXPECT_EQ(catalog.rating("DCIM/IMG_0002"), (Rating{0, Rating::Flag::reject, Rating::Label::purple}));
+
+    run = sorvi({"rate", shoot.path(), "DCIM/IMG_0001", "--unflag", "--stars", "0", "--label", "none"});
+    ASSERT_EQ(run.exitCode, 0);
+    run = sorvi({"ratings", shoot.path(), "--json"});
+    const QJsonObject ratings = QJsonDocument::fromJson(run.out).object()["ratings"].toObject();
+    EXPECT_EQ(ratings.keys(), QStringList{"DCIM/IMG_0002"}); // an emptied rating is dropped
+    EXPECT_EQ(ratings["DCIM/IMG_0002"]["flag"].toString(), "reject");
+
+    for (const QStringList &bad : {QStringList{"rate", shoot.path(), "DCIM/IMG_0003", "--pick"},
+                                   QStringList{"rate", shoot.path(), "DCIM/IMG_0001", "--stars", "6"},
+                                   QStringList{"rate", shoot.path(), "DCIM/IMG_0001", "--label", "Pink"},
+                                   QStringList{"rate", shoot.path()}}) {
+        run = sorvi(bad);
+        EXPECT_EQ(run.exitCode, 2) << bad.join(' ').toStdString();
+        EXPECT_FALSE(run.err.isEmpty());
+    }
+    EXPECT_TRUE(sorvi({"rate", shoot.path(), "DCIM/IMG_0003"}).err.contains("no photo with the id"));
+    EXPECT_EQ(sorvi({"scan", shoot.path() + "/missing"}).exitCode, 1);
+}
