@@ -6,6 +6,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QHash>
 #include <QMutex>
 #include <QSaveFile>
 #include <QSet>
@@ -14,6 +15,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <iterator>
 #include <numeric>
 #include <optional>
 
@@ -107,7 +109,8 @@ Exposure exposure(int cameraIndex, Random &random)
 DemoFrame frame(int cameraIndex, qint64 hundredths, const Exposure &e, quint32 sceneSeed,
                 QPointF shift, Random &random)
 {
-    static const QDateTime start(QDate(2025, 9, 14), QTime(8, 0), Qt::UTC); // 10:00 at +02:00
+    static const QDateTime start =
+        QDateTime(QDate(2025, 9, 14), QTime(10, 0), Qt::OffsetFromUTC, offsetSeconds).toUTC();
     const Camera &c = camera(cameraIndex);
     DemoFrame f;
     f.camera = cameraName(c.make, c.model);
@@ -179,7 +182,7 @@ void nameFiles(QList<DemoFrame> &frames)
 
 // Damage, sideways storage and blur each go to different frames so that every frame
 // shows one thing. Damage stays outside bursts and away from the two-camera moments,
-// whose tests need readable dates.
+// which only show as such when their dates can be read.
 void markSpecialFrames(QList<DemoFrame> &frames, const QSet<int> &pairFrames, Random &random)
 {
     QList<int> singles;
@@ -276,7 +279,8 @@ std::optional<QString> writeFrame(const QDir &root, const DemoFrame &frame)
     return std::nullopt;
 }
 
-// Progress is gathered here so that the caller's callback runs on its own thread.
+// Workers count their frames here so that the caller's progress callback runs on the
+// caller's own thread.
 struct Tally {
     QMutex lock;
     QWaitCondition changed;
@@ -284,6 +288,32 @@ struct Tally {
     int written = 0;
     QString error;
     std::atomic_bool failed = false;
+
+    void record(bool attempted, const std::optional<QString> &failure)
+    {
+        const QMutexLocker locker(&lock);
+        if (failure && !failed.exchange(true))
+            error = *failure;
+        if (attempted && !failure)
+            ++written;
+        ++done;
+        changed.wakeAll();
+    }
+
+    void reportUntil(int total, const std::function<void(int, int)> &progress)
+    {
+        QMutexLocker locker(&lock);
+        for (int reported = 0; reported < total;) {
+            while (done == reported)
+                changed.wait(&lock);
+            reported = done;
+            if (progress) {
+                locker.unlock();
+                progress(reported, total);
+                locker.relock();
+            }
+        }
+    }
 };
 
 } // namespace
@@ -298,33 +328,14 @@ WriteResult write(const QString &dir, int count, const std::function<void(int, i
         return {false, *error, 0};
 
     Tally tally;
-    const int total = int(frames.size());
-    QList<int> indices(total);
+    QList<int> indices(frames.size());
     std::iota(indices.begin(), indices.end(), 0);
     QFuture<void> work = QtConcurrent::map(indices, [&](int index) {
         // After the first failure the remaining frames are skipped rather than written.
-        const bool skipped = tally.failed;
-        const auto error = skipped ? std::nullopt : writeFrame(root, frames[index]);
-        const QMutexLocker locker(&tally.lock);
-        if (error && !tally.failed.exchange(true))
-            tally.error = *error;
-        if (!skipped && !error)
-            ++tally.written;
-        ++tally.done;
-        tally.changed.wakeAll();
+        const bool attempted = !tally.failed;
+        tally.record(attempted, attempted ? writeFrame(root, frames[index]) : std::nullopt);
     });
-    QMutexLocker locker(&tally.lock);
-    for (int reported = 0; reported < total;) {
-        while (tally.done == reported)
-            tally.changed.wait(&tally.lock);
-        reported = tally.done;
-        if (progress) {
-            locker.unlock();
-            progress(reported, total);
-            locker.relock();
-        }
-    }
-    locker.unlock();
+    tally.reportUntil(int(frames.size()), progress);
     work.waitForFinished();
     return {!tally.failed, tally.error, tally.written};
 }

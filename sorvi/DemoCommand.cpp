@@ -1,12 +1,10 @@
 #include "Commands.h"
 #include "DemoShoot.h"
+#include "Terminal.h"
 
 #include <QDir>
-#include <QTextStream>
 
-#include <cstdio>
 #include <optional>
-#include <unistd.h>
 
 namespace {
 
@@ -52,33 +50,29 @@ std::optional<QString> parse(const QStringList &args, DemoArguments &parsed)
     return std::nullopt;
 }
 
-// The progress line is redrawn in place, which only makes sense on a terminal.
-void showProgress(int done, int total)
-{
-    QTextStream(stderr) << "\rWriting demo photos: " << done << '/' << total << (done == total ? "\n" : "")
-                        << Qt::flush;
-}
-
 } // namespace
 
 int Commands::demo(const QStringList &args)
 {
-    QTextStream err(stderr);
     DemoArguments parsed;
     if (const std::optional<QString> problem = parse(args, parsed)) {
-        err << "sorvi demo: " << *problem << "\n" << demoUsage;
+        Terminal::printErr(QStringLiteral("sorvi: %1\n%2").arg(*problem, QString::fromLatin1(demoUsage)));
         return 2;
     }
-    const bool isTerminal = isatty(fileno(stderr)) == 1;
-    const DemoShoot::WriteResult result =
-        DemoShoot::write(parsed.dir, parsed.count, isTerminal ? showProgress : std::function<void(int, int)>());
+    Terminal::ProgressLine line;
+    const DemoShoot::WriteResult result = DemoShoot::write(parsed.dir, parsed.count, [&line](int done, int total) {
+        line.show(QStringLiteral("Writing demo photos: %1/%2").arg(done).arg(total));
+    });
+    line.clear();
     if (!result.ok) {
-        err << "sorvi demo: " << result.error << "\n";
+        Terminal::printErr(QStringLiteral("sorvi: %1\n").arg(result.error));
         if (result.written > 0)
-            err << "sorvi demo: " << result.written << " photos were written before the failure.\n";
+            Terminal::printErr(QStringLiteral("sorvi: %1 written before the failure\n")
+                                   .arg(Terminal::counted(result.written, QStringLiteral("photo"))));
         return 1;
     }
-    QTextStream(stdout) << "Wrote " << result.written << " photos to " << QDir::toNativeSeparators(parsed.dir)
-                        << "\n";
+    Terminal::printOut(QStringLiteral("Wrote %1 to %2\n")
+                           .arg(Terminal::counted(result.written, QStringLiteral("photo")),
+                                QDir::toNativeSeparators(parsed.dir)));
     return 0;
 }
