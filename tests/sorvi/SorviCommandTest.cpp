@@ -1,4 +1,5 @@
 #include "Catalog.h"
+#include "DemoShoot.h"
 #include "TestFiles.h"
 
 #include <QJsonArray>
@@ -119,4 +120,47 @@ TEST_F(SorviCommandTest, RateWritesTheCatalogTheApplicationReads)
     }
     EXPECT_TRUE(sorvi({"rate", shoot.path(), "DCIM/IMG_0003"}).err.contains("no photo with the id"));
     EXPECT_EQ(sorvi({"scan", shoot.path() + "/missing"}).exitCode, 1);
+}
+
+TEST_F(SorviCommandTest, DemoShootScansAsPlanned)
+{
+    QTemporaryDir dir;
+    const QString shoot = dir.path() + "/card";
+    const CommandRun made = sorvi({"demo", shoot, "--count", "24"});
+    ASSERT_EQ(made.exitCode, 0) << made.err.constData();
+    EXPECT_EQ(sorvi({"demo", shoot, "--count", "24"}).exitCode, 1) << "a second run must not write over the first";
+
+    const CommandRun run = sorvi({"scan", shoot, "--json"});
+    ASSERT_EQ(run.exitCode, 0) << run.err.constData();
+    const QJsonObject scan = QJsonDocument::fromJson(run.out).object();
+    const QList<DemoShoot::DemoFrame> plan = DemoShoot::plan(24);
+    ASSERT_EQ(scan["shots"].toArray().size(), plan.size());
+
+    QMap<int, QStringList> plannedBursts;
+    QHash<QString, DemoShoot::DemoFrame> planned;
+    for (const auto &frame : plan) {
+        const QString id = frame.relativePath.section('.', 0, 0);
+        planned.insert(id, frame);
+        if (frame.burst > 0)
+            plannedBursts[frame.burst] << id;
+    }
+    QJsonArray expectedBursts;
+    for (const QStringList &burst : plannedBursts)
+        expectedBursts.append(QJsonArray::fromStringList(burst));
+    EXPECT_EQ(scan["bursts"].toArray(), expectedBursts);
+
+    for (const QJsonValue &shot : scan["shots"].toArray()) {
+        const DemoShoot::DemoFrame frame = planned.value(shot["id"].toString());
+        SCOPED_TRACE(shot["id"].toString().toStdString());
+        if (frame.damagedMetadata) {
+            EXPECT_TRUE(shot["captureDate"].isNull());
+            EXPECT_TRUE(shot["camera"].isNull());
+            continue;
+        }
+        EXPECT_EQ(shot["captureDate"].toString(), frame.captureTime.toString(Qt::ISODateWithMs));
+        EXPECT_EQ(shot["camera"].toString(), frame.camera);
+        EXPECT_EQ(shot["lens"].toString(), frame.lens);
+        EXPECT_EQ(shot["orientation"].toInt(), frame.orientation);
+        EXPECT_EQ(shot["width"].toInt(), frame.width);
+    }
 }
