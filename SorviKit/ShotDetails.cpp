@@ -1,6 +1,7 @@
 #include "ShotDetails.h"
 #include "Exiv2_p.h"
 #include "ShotScanner.h"
+#include "TiffView.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -219,6 +220,20 @@ std::optional<ExifValues> readEmbeddedExif(const QString &path)
     return values;
 }
 
+// TIFF-structured files are read through a view that leaves out huge tag values, which
+// the metadata library would otherwise copy whole (see TiffView).
+std::optional<ExifValues> readTiffView(const QString &path)
+{
+    const TiffView view(path);
+    if (!view.isValid())
+        return std::nullopt;
+    auto image = Exiv2::ImageFactory::open(view.data(), long(view.size()));
+    if (image.get() == nullptr)
+        return std::nullopt;
+    image->readMetadata();
+    return valuesOf(*image, ShotScanner::isRawFile(path));
+}
+
 } // namespace
 
 namespace ShotDetails {
@@ -236,6 +251,8 @@ void initialize()
 std::optional<ExifValues> readExif(const QString &path)
 {
     try {
+        if (auto values = readTiffView(path))
+            return values;
         auto image = Exiv2::ImageFactory::open(QFile::encodeName(path).toStdString());
         if (image.get() == nullptr)
             return readEmbeddedExif(path);
