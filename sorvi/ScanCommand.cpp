@@ -64,9 +64,12 @@ void printText(const QString &folder, const QList<Shot> &shots, const QList<QStr
     for (const Shot &shot : shots) {
         files += shot.files.size();
         pairs += shot.isPair() ? 1 : 0;
-        const QLocale locale = QLocale::system();
-        QStringList facts{shot.kinds()};
-        facts << (shot.captureDate ? locale.toString(shot.captureDate->toLocalTime(), QStringLiteral("yyyy-MM-dd HH:mm:ss.zzz"))
+        QStringList names;
+        for (const QString &file : shot.files)
+            names << root.relativeFilePath(file).section(QLatin1Char('/'), -1);
+        QStringList facts{names.join(QStringLiteral(" + "))};
+        // Capture times are shown on the computer's clock, to the millisecond that bursts need.
+        facts << (shot.captureDate ? shot.captureDate->toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss.zzz"))
                                    : QStringLiteral("no date"));
         for (const auto &text : {shot.camera, shot.lens, shot.exposure})
             if (text)
