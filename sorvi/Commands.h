@@ -9,4 +9,6 @@ int scan(const QStringList &args);
 int ratings(const QStringList &args);
 int rate(const QStringList &args);
 int demo(const QStringList &args);
+int handoff(const QStringList &args);
+int putBack(const QStringList &args);
 } // namespace Commands

@@ -4,6 +4,7 @@
 #include "FileNameOrder.h"
 #include "ShotScanner.h"
 #include "Terminal.h"
+#include "XMPSidecar.h"
 
 #include <QFileInfo>
 
@@ -71,6 +72,14 @@ bool applyChanges(const CommandLine &line, Rating &rating)
     return true;
 }
 
+// What the application does when it opens a folder: ratings that sidecars state (written
+// by another editor or by an earlier hand-off) join the catalog, but never override a
+// rating given here.
+void adoptSidecarRatings(Catalog &catalog, const QList<Shot> &shots)
+{
+    catalog.adopt(XMPSidecar::ratingsOf(shots));
+}
+
 } // namespace
 
 int Commands::ratings(const QStringList &args)
@@ -83,7 +92,8 @@ int Commands::ratings(const QStringList &args)
     const auto folder = existingFolder(line.positional().first());
     if (!folder)
         return 1;
-    const Catalog catalog(*folder);
+    Catalog catalog(*folder);
+    adoptSidecarRatings(catalog, ShotScanner::list(*folder));
     const QHash<QString, Rating> ratings = catalog.ratings();
     if (line.has(QStringLiteral("--json"))) {
         Terminal::printOut(QString::fromUtf8(Catalog::encode(*folder, ratings)) + QLatin1Char('\n'));
@@ -116,6 +126,7 @@ int Commands::rate(const QStringList &args)
         return 2;
     }
     Catalog catalog(*folder);
+    adoptSidecarRatings(catalog, shots);
     Rating rating = catalog.rating(id).value_or(Rating());
     if (!applyChanges(line, rating))
         return 2;

@@ -18,7 +18,11 @@ const char *const usage =
     "  rate FOLDER ID [--stars N] [--pick|--reject|--unflag]\n"
     "       [--label Red|Yellow|Green|Blue|Purple|none]\n"
     "                                    change the rating of one shot\n"
-    "  demo DIR [--count N]              write a generated demo shoot into DIR\n";
+    "  demo DIR [--count N]              write a generated demo shoot into DIR\n"
+    "  handoff FOLDER [--sidecars] [--flags-list] [--copy DEST [--what picks|rated|all]]\n"
+    "       [--remove-location] [--move-rejects] [--sidecar-folder DIR]\n"
+    "                                    hand the ratings on: sidecars, verified copies, rejects aside\n"
+    "  put-back FOLDER                   put the rejects of the last move back where they were\n";
 
 } // namespace
 
@@ -34,6 +38,8 @@ int main(int argc, char *argv[])
         {"ratings", Commands::ratings},
         {"rate", Commands::rate},
         {"demo", Commands::demo},
+        {"handoff", Commands::handoff},
+        {"put-back", Commands::putBack},
     };
     QStringList args = app.arguments().mid(1);
     QTextStream err(stderr);

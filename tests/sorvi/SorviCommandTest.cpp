@@ -1,43 +1,19 @@
 #include "Catalog.h"
+#include "SorviProcess.h"
 #include "DemoShoot.h"
 #include "TestFiles.h"
+#include "XMPSidecar.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
-#include <QProcessEnvironment>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 // The command-line companion run as a real process, with its own data folder.
+using SorviCommandTest = SorviProcessTest;
+
 namespace {
-
-struct CommandRun {
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
-class SorviCommandTest : public ::testing::Test {
-protected:
-    CommandRun sorvi(const QStringList &args)
-    {
-        QProcess process;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert("XDG_DATA_HOME", m_data.path());
-        environment.insert("TZ", "UTC");
-        process.setProcessEnvironment(environment);
-        process.start(SORVI_EXECUTABLE, args);
-        process.waitForFinished(120000);
-        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-                process.readAllStandardOutput(), process.readAllStandardError()};
-    }
-    QString dataPath() const { return m_data.path(); }
-
-private:
-    QTemporaryDir m_data;
-};
 
 QJsonObject shootTruth()
 {
@@ -163,4 +139,30 @@ TEST_F(SorviCommandTest, DemoShootScansAsPlanned)
         EXPECT_EQ(shot["orientation"].toInt(), frame.orientation);
         EXPECT_EQ(shot["width"].toInt(), frame.width);
     }
+}
+
+TEST_F(SorviCommandTest, SidecarRatingsAreAdoptedButTheCatalogWins)
+{
+    SKIP_WITHOUT_CORPUS();
+    QTemporaryDir shoot;
+    for (const char *name : {"DSC_0042.NEF", "DSC_0042.JPG", "DSC_0042.xmp"})
+        ASSERT_TRUE(QFile::copy(TestFiles::corpus() + "/pairs/" + name, shoot.path() + "/" + name));
+    const auto ratingOf42 = [this, &shoot] {
+        const CommandRun run = sorvi({"ratings", shoot.path(), "--json"});
+        EXPECT_EQ(run.exitCode, 0) << run.err.constData();
+        return QJsonDocument::fromJson(run.out).object()["ratings"].toObject()["DSC_0042"].toObject();
+    };
+
+    QJsonObject rating = ratingOf42();
+    EXPECT_EQ(rating["stars"].toInt(), 3);
+    EXPECT_EQ(rating["flag"].toString(), "none");
+    EXPECT_EQ(rating["label"].toString(), "Red");
+
+    const CommandRun rate = sorvi({"rate", shoot.path(), "DSC_0042", "--stars", "1"});
+    ASSERT_EQ(rate.exitCode, 0) << rate.err.constData();
+    rating = ratingOf42();
+    EXPECT_EQ(rating["stars"].toInt(), 1) << "a rating given here is never overridden by the sidecar";
+    EXPECT_EQ(rating["label"].toString(), "Red");
+    EXPECT_EQ(XMPSidecar::read(shoot.path() + "/DSC_0042.xmp"), (Rating{3, Rating::Flag::none, Rating::Label::red}))
+        << "rating from the command line leaves sidecars alone";
 }

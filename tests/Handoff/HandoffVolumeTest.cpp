@@ -1,0 +1,94 @@
+// Cases that need a volume of their own: a full destination, a read-only card, a move
+// across drives. Each mounts a small tmpfs and skips when it may not.
+
+#include "FileError.h"
+#include "Handoff.h"
+#include "HandoffTestFiles.h"
+
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace HandoffTest;
+
+TEST(HandoffVolumeTest, AFullDestinationStopsWithAClearErrorAndKeepsEarlierCopies)
+{
+    QTemporaryDir dir;
+    const QString card = dir.path() + "/card", destination = dir.path() + "/small";
+    ASSERT_TRUE(QDir().mkpath(destination));
+    TmpfsMount mount(destination, "size=3m");
+    SKIP_UNLESS_MOUNTED(mount);
+    const qsizetype mebibyte = 1024 * 1024;
+    write(card + "/a.CR3", noise(mebibyte, 1));
+    write(card + "/b.CR3", noise(mebibyte, 2));
+    write(card + "/c.CR3", noise(2 * mebibyte, 3));
+    const QList<Shot> shots{Shot("a", {card + "/a.CR3"}), Shot("b", {card + "/b.CR3"}), Shot("c", {card + "/c.CR3"})};
+    const QMap<QString, QString> originals = snapshot(card);
+
+    try {
+        Handoff::copy(shots, card, destination, false);
+        FAIL() << "3 MiB of copies fitted into a 3 MiB volume with room for only part of them";
+    } catch (const FileError &error) {
+        EXPECT_TRUE(error.description().contains(destination + "/c.CR3")) << error.what();
+        EXPECT_TRUE(error.description().contains(std::strerror(ENOSPC))) << error.what();
+    }
+    EXPECT_EQ(tree(destination), (QStringList{"a.CR3", "b.CR3"})) << "the partial copy was left";
+    EXPECT_EQ(digest(destination + "/a.CR3"), originals.value("a.CR3"));
+    EXPECT_EQ(digest(destination + "/b.CR3"), originals.value("b.CR3"));
+    EXPECT_EQ(snapshot(card), originals);
+}
+
+TEST(HandoffVolumeTest, AReadOnlyCardTakesSidecarsElsewhereAndRefusesMoves)
+{
+    QTemporaryDir dir;
+    const QString card = dir.path() + "/card", sidecars = dir.path() + "/sidecars";
+    ASSERT_TRUE(QDir().mkpath(card));
+    TmpfsMount mount(card, "size=4m");
+    SKIP_UNLESS_MOUNTED(mount);
+    write(card + "/DCIM/IMG_0001.CR3", noise(100'000, 1));
+    write(card + "/DCIM/IMG_0001.xmp", "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\"/>\n");
+    write(card + "/DCIM/IMG_0002.CR3", noise(100'000, 2));
+    ASSERT_TRUE(mount.remountReadOnly()) << std::strerror(errno);
+    const QList<Shot> shots{Shot("DCIM/IMG_0001", {card + "/DCIM/IMG_0001.CR3"}),
+                            Shot("DCIM/IMG_0002", {card + "/DCIM/IMG_0002.CR3"})};
+    const QHash<QString, Rating> ratings{{"DCIM/IMG_0001", Rating{5, Rating::Flag::pick, Rating::Label::none}},
+                                         {"DCIM/IMG_0002", Rating{0, Rating::Flag::reject, Rating::Label::none}}};
+    const QStringList before = tree(card);
+    const QMap<QString, QString> originals = snapshot(card);
+
+    EXPECT_FALSE(Handoff::canWrite(card, true));
+    EXPECT_FALSE(Handoff::canWrite(card + "/DCIM", false));
+    EXPECT_TRUE(Handoff::canWrite(dir.path(), true));
+
+    EXPECT_EQ(Handoff::writeSidecars(shots, ratings, card, sidecars), 2);
+    EXPECT_EQ(tree(sidecars), (QStringList{"DCIM/IMG_0001.xmp", "DCIM/IMG_0002.xmp"}));
+    EXPECT_THROW(Handoff::writeSidecars(shots, ratings), FileError);
+
+    try {
+        Handoff::moveRejects(shots.mid(1), card);
+        FAIL() << "a reject was moved on a read-only card";
+    } catch (const FileError &error) {
+        EXPECT_TRUE(error.description().contains(card + "/Rejected")) << error.what();
+        EXPECT_TRUE(error.description().contains(std::strerror(EROFS))) << error.what();
+    }
+    EXPECT_EQ(tree(card), before);
+    EXPECT_EQ(snapshot(card), originals);
+}
+
+TEST(HandoffVolumeTest, MovingToAnotherDriveIsRefusedClearly)
+{
+    QTemporaryDir dir;
+    const QString card = dir.path() + "/card", otherDrive = dir.path() + "/other";
+    ASSERT_TRUE(QDir().mkpath(card));
+    ASSERT_TRUE(QDir().mkpath(otherDrive));
+    TmpfsMount mount(otherDrive, "size=1m");
+    SKIP_UNLESS_MOUNTED(mount);
+    write(otherDrive + "/IMG_0009.CR3", "raw 9");
+    try {
+        Handoff::moveRejects({Shot("IMG_0009", {otherDrive + "/IMG_0009.CR3"})}, card);
+        FAIL() << "a file was moved across drives";
+    } catch (const FileError &error) {
+        EXPECT_TRUE(error.description().contains(otherDrive + "/IMG_0009.CR3")) << error.what();
+        EXPECT_TRUE(error.description().contains("another drive")) << error.what();
+    }
+    EXPECT_EQ(read(otherDrive + "/IMG_0009.CR3"), "raw 9");
+}

@@ -1,0 +1,288 @@
+#include "FileError.h"
+#include "ShotScanner.h"
+#include "TestFiles.h"
+#include "XMPSidecar.h"
+
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <sys/resource.h>
+
+namespace {
+
+const Rating threeStarGreenPick{3, Rating::Flag::pick, Rating::Label::green};
+const Rating rejected{0, Rating::Flag::reject, Rating::Label::none};
+
+QByteArray fileBytes(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// Limits the size of files this process may write, like a disk that is almost full.
+// Root is not exempt, so the write fails for real.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes)
+    {
+        getrlimit(RLIMIT_FSIZE, &m_previous);
+        m_previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+        rlimit limited = m_previous;
+        limited.rlim_cur = bytes;
+        setrlimit(RLIMIT_FSIZE, &limited);
+    }
+    ~FileSizeLimit()
+    {
+        setrlimit(RLIMIT_FSIZE, &m_previous);
+        std::signal(SIGXFSZ, m_previousHandler);
+    }
+
+private:
+    rlimit m_previous{};
+    void (*m_previousHandler)(int) = SIG_DFL;
+};
+
+} // namespace
+
+TEST(XMPSidecarTest, FreshSidecarsAreExactAndReadBack)
+{
+    EXPECT_EQ(XMPSidecar::fresh(threeStarGreenPick),
+              "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\" x:xmptk=\"Kestrane Sorvi\">\n"
+              " <rdf:RDF xmlns:rdf=\"http://www.w3.org/1999/02/22-rdf-syntax-ns#\">\n"
+              "  <rdf:Description rdf:about=\"\"\n"
+              "    xmlns:xmp=\"http://ns.adobe.com/xap/1.0/\"\n"
+              "    xmlns:dc=\"http://purl.org/dc/elements/1.1/\"\n"
+              "    xmlns:kestrane=\"https://kestrane.app/ns/sorvi/1.0/\""
+              " xmp:Rating=\"3\" xmp:Label=\"Green\" kestrane:Pick=\"1\">\n"
+              "   <dc:subject><rdf:Bag><rdf:li>Sorvi Pick</rdf:li></rdf:Bag></dc:subject>\n"
+              "  </rdf:Description>\n"
+              " </rdf:RDF>\n"
+              "</x:xmpmeta>\n");
+
+    const QString reject = XMPSidecar::fresh(Rating{4, Rating::Flag::reject, Rating::Label::none});
+    EXPECT_TRUE(reject.contains("/1.0/\" xmp:Rating=\"-1\">\n"
+                                "   <dc:subject><rdf:Bag><rdf:li>Sorvi Reject</rdf:li></rdf:Bag></dc:subject>\n"))
+        << reject.toStdString();
+    EXPECT_FALSE(reject.contains("kestrane:Pick"));
+
+    const QString unrated = XMPSidecar::fresh(Rating());
+    EXPECT_TRUE(unrated.contains("/1.0/\" xmp:Rating=\"0\">\n  </rdf:Description>\n"));
+    EXPECT_TRUE(unrated.contains("xmlns:dc=")) << "all namespaces are declared even when unused";
+
+    for (const Rating &rating : {threeStarGreenPick, rejected, Rating(), Rating{5, Rating::Flag::none, Rating::Label::purple},
+                                 Rating{0, Rating::Flag::pick, Rating::Label::none}}) {
+        SCOPED_TRACE(XMPSidecar::attributes(rating).toStdString());
+        EXPECT_EQ(XMPSidecar::parse(XMPSidecar::fresh(rating)), rating);
+        const QString updated = XMPSidecar::update(XMPSidecar::fresh(rating), rating);
+        EXPECT_EQ(XMPSidecar::parse(updated), rating);
+        EXPECT_EQ(XMPSidecar::update(updated, rating), updated) << "updating must settle";
+    }
+}
+
+TEST(XMPSidecarTest, WritingOverALightroomSidecarKeepsEverythingElse)
+{
+    SKIP_WITHOUT_CORPUS();
+    QTemporaryDir dir;
+    const QString photo = dir.path() + "/DSC_0042.NEF";
+    const QString sidecar = XMPSidecar::pathFor(photo);
+    ASSERT_TRUE(QFile::copy(TestFiles::corpus() + "/pairs/DSC_0042.xmp", sidecar));
+    QFile::setPermissions(sidecar, QFile::ReadOwner | QFile::WriteOwner);
+    const QByteArray original = fileBytes(sidecar);
+    ASSERT_EQ(XMPSidecar::read(sidecar), (Rating{3, Rating::Flag::none, Rating::Label::red}));
+
+    const Rating pick{3, Rating::Flag::pick, Rating::Label::red};
+    XMPSidecar::write(pick, photo);
+    const QByteArray written = fileBytes(sidecar);
+    EXPECT_EQ(written.count("xmp:Rating"), 1);
+    EXPECT_EQ(written.count("xmlns:kestrane="), 1);
+    EXPECT_TRUE(written.contains("<rdf:Bag><rdf:li>Sorvi Pick</rdf:li>\n    <rdf:li>client-selects</rdf:li>"));
+    EXPECT_EQ(XMPSidecar::read(sidecar), pick);
+
+    // Without our parts, the file is the original byte for byte (its packet header's
+    // byte order mark and single quotes included).
+    QByteArray ours = written;
+    ours.replace(" xmlns:kestrane=\"https://kestrane.app/ns/sorvi/1.0/\"" + XMPSidecar::attributes(pick).toUtf8(), "");
+    ours.replace("<rdf:li>Sorvi Pick</rdf:li>", "");
+    QByteArray theirs = original;
+    theirs.replace("\n  <xmp:Label>Red</xmp:Label>", "").replace("\n  <xmp:Rating>3</xmp:Rating>", "");
+    EXPECT_EQ(ours, theirs);
+
+    // Writing again keeps the one declaration and puts the properties before it; from
+    // then on the text no longer changes.
+    XMPSidecar::write(pick, photo);
+    const QByteArray again = fileBytes(sidecar);
+    EXPECT_EQ(QByteArray(again).replace(" xmlns:kestrane=\"https://kestrane.app/ns/sorvi/1.0/\"", ""),
+              QByteArray(written).replace(" xmlns:kestrane=\"https://kestrane.app/ns/sorvi/1.0/\"", ""));
+    XMPSidecar::write(pick, photo);
+    EXPECT_EQ(fileBytes(sidecar), again) << "writing the same rating again changes nothing";
+
+    XMPSidecar::write(Rating{3, Rating::Flag::none, Rating::Label::red}, photo);
+    const QByteArray unflagged = fileBytes(sidecar);
+    EXPECT_FALSE(unflagged.contains("kestrane:Pick="));
+    EXPECT_FALSE(unflagged.contains("Sorvi Pick"));
+    EXPECT_TRUE(unflagged.contains("<rdf:Bag>\n    <rdf:li>client-selects</rdf:li>\n   </rdf:Bag>"));
+    EXPECT_EQ(XMPSidecar::read(sidecar), (Rating{3, Rating::Flag::none, Rating::Label::red}));
+}
+
+TEST(XMPSidecarTest, UpdateReplacesOnlyOurKeywords)
+{
+    const QString lightroom = "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\">\n"
+                              " <rdf:RDF xmlns:rdf=\"http://www.w3.org/1999/02/22-rdf-syntax-ns#\">\n"
+                              "  <rdf:Description rdf:about=\"\"\n"
+                              "    xmlns:xmp=\"http://ns.adobe.com/xap/1.0/\"\n"
+                              "    xmlns:dc=\"http://purl.org/dc/elements/1.1/\"\n"
+                              "   xmp:Rating=\"4\">\n"
+                              "   <dc:subject>\n"
+                              "    <rdf:Bag>\n"
+                              "     <rdf:li>Wedding</rdf:li>\n"
+                              "     <rdf:li>Sorvi Reject</rdf:li>\n"
+                              "    </rdf:Bag>\n"
+                              "   </dc:subject>\n"
+                              "  </rdf:Description>\n"
+                              " </rdf:RDF>\n"
+                              "</x:xmpmeta>\n";
+    const QString picked = XMPSidecar::update(lightroom, threeStarGreenPick);
+    EXPECT_EQ(picked.count("xmp:Rating="), 1);
+    EXPECT_FALSE(picked.contains("Sorvi Reject"));
+    EXPECT_TRUE(picked.contains("<rdf:Bag><rdf:li>Sorvi Pick</rdf:li>\n     <rdf:li>Wedding</rdf:li>\n    </rdf:Bag>"))
+        << picked.toStdString();
+    EXPECT_TRUE(picked.contains("  <rdf:Description xmlns:kestrane=\"https://kestrane.app/ns/sorvi/1.0/\" xmp:Rating=\"3\""
+                                " xmp:Label=\"Green\" kestrane:Pick=\"1\" rdf:about=\"\"\n"));
+
+    // A bag that held only our keyword goes away with it; the rating itself stays.
+    const QString cleared = XMPSidecar::update(XMPSidecar::fresh(threeStarGreenPick), Rating());
+    EXPECT_FALSE(cleared.contains("dc:subject")) << cleared.toStdString();
+    EXPECT_FALSE(cleared.contains("kestrane:Pick"));
+    EXPECT_TRUE(cleared.contains("<rdf:Description xmp:Rating=\"0\" rdf:about=\"\""));
+    EXPECT_EQ(XMPSidecar::parse(cleared), Rating());
+}
+
+TEST(XMPSidecarTest, UpdateCopesWithOtherToolsShapes)
+{
+    const QString elements = "<x:xmpmeta xmlns:x='adobe:ns:meta/'><rdf:RDF>\n"
+                             " <rdf:Description rdf:about=''>\n"
+                             "  <xmp:Rating>2</xmp:Rating>\n"
+                             "  <xmp:Label>Blue</xmp:Label>\n"
+                             " </rdf:Description>\n"
+                             "</rdf:RDF></x:xmpmeta>\n";
+    EXPECT_EQ(XMPSidecar::update(elements, Rating{5, Rating::Flag::none, Rating::Label::none}),
+              "<x:xmpmeta xmlns:x='adobe:ns:meta/'><rdf:RDF>\n"
+              " <rdf:Description xmlns:xmp=\"http://ns.adobe.com/xap/1.0/\" xmp:Rating=\"5\" rdf:about=''>\n"
+              " </rdf:Description>\n"
+              "</rdf:RDF></x:xmpmeta>\n");
+
+    const QString selfClosing = " <rdf:Description rdf:about=\"\" xmlns:xmp=\"http://ns.adobe.com/xap/1.0/\""
+                                " xmp:Rating=\"2\"/>\n";
+    EXPECT_EQ(XMPSidecar::update(selfClosing, rejected),
+              " <rdf:Description xmlns:dc=\"http://purl.org/dc/elements/1.1/\" xmp:Rating=\"-1\" rdf:about=\"\""
+              " xmlns:xmp=\"http://ns.adobe.com/xap/1.0/\">\n"
+              "   <dc:subject><rdf:Bag><rdf:li>Sorvi Reject</rdf:li></rdf:Bag></dc:subject>\n"
+              "  </rdf:Description>\n");
+
+    // Without a description there is nowhere to put our properties: start over.
+    EXPECT_EQ(XMPSidecar::update("<x:xmpmeta><rdf:RDF/></x:xmpmeta>\n", rejected), XMPSidecar::fresh(rejected));
+    EXPECT_EQ(XMPSidecar::update("", Rating()), XMPSidecar::fresh(Rating()));
+}
+
+TEST(XMPSidecarTest, ParseFollowsTheOwnedProperties)
+{
+    const auto parsed = [](const QString &attributes) {
+        return XMPSidecar::parse("<rdf:Description rdf:about=\"\"" + attributes + "/>");
+    };
+    EXPECT_EQ(parsed(" xmp:Rating=\"-1\" kestrane:Pick=\"1\""), rejected) << "a rejection wins over a pick";
+    EXPECT_EQ(parsed(" xmp:Rating=\"7\""), (Rating{5}));
+    EXPECT_EQ(parsed(" xmp:Rating=\" +3\t\""), (Rating{3}));
+    EXPECT_EQ(parsed(" xmp:Rating=\"three\" xmp:Label=\"Yellow\""), (Rating{0, Rating::Flag::none, Rating::Label::yellow}));
+    EXPECT_EQ(parsed(" xmp:Rating=\"99999999999999999999\""), Rating()) << "an unparseable number gives no stars";
+    EXPECT_EQ(parsed(" xmp:Label=\"red\""), Rating()) << "labels are case-sensitive, but the property still counts";
+    EXPECT_EQ(parsed(" kestrane:Pick=\"yes\" xmp:Rating=\"2\""), (Rating{2}));
+    EXPECT_EQ(parsed(" kestrane:Pick=\"1\""), (Rating{0, Rating::Flag::pick, Rating::Label::none}));
+    EXPECT_EQ(parsed(" xmp:Rating=\"4\" xmp:Rating=\"1\""), (Rating{4})) << "only the first value counts";
+    EXPECT_EQ(XMPSidecar::parse("<xmp:Rating>2</xmp:Rating><xmp:Label>Purple</xmp:Label>"),
+              (Rating{2, Rating::Flag::none, Rating::Label::purple}));
+
+    EXPECT_FALSE(parsed(" photoshop:Urgency=\"1\""));
+    EXPECT_FALSE(XMPSidecar::parse(""));
+    EXPECT_FALSE(XMPSidecar::parse("<dc:subject><rdf:Bag><rdf:li>Sorvi Pick</rdf:li></rdf:Bag></dc:subject>"))
+        << "keywords are never read back";
+}
+
+TEST(XMPSidecarTest, SidecarPathsReplaceTheLastExtension)
+{
+    EXPECT_EQ(XMPSidecar::pathFor("/card/DCIM/IMG_1.JPG"), "/card/DCIM/IMG_1.xmp");
+    EXPECT_EQ(XMPSidecar::pathFor("/card/DCIM/IMG_1.ARW"), "/card/DCIM/IMG_1.xmp");
+    EXPECT_EQ(XMPSidecar::pathFor("/card/v1.2/IMG.final.CR3"), "/card/v1.2/IMG.final.xmp");
+    EXPECT_EQ(XMPSidecar::pathFor("/card/v1.2/IMG"), "/card/v1.2/IMG.xmp");
+}
+
+TEST(XMPSidecarTest, WriteFailuresAreThrownAndKeepTheOldSidecar)
+{
+    QTemporaryDir dir;
+    TestFiles::write(dir.path() + "/afile", "not a folder");
+    EXPECT_THROW(XMPSidecar::write(rejected, dir.path() + "/afile/IMG_1.JPG"), FileError);
+
+    QDir(dir.path()).mkpath("IMG_2.xmp");
+    try {
+        XMPSidecar::write(rejected, dir.path() + "/IMG_2.JPG");
+        ADD_FAILURE() << "writing over a folder must fail";
+    } catch (const FileError &error) {
+        EXPECT_TRUE(error.description().startsWith("Couldn't write " + dir.path() + "/IMG_2.xmp: "))
+            << error.description().toStdString();
+    }
+    EXPECT_TRUE(QFileInfo(dir.path() + "/IMG_2.xmp").isDir());
+
+    // A disk that fills up half-way through the write leaves the previous sidecar as it was.
+    const QByteArray previous = "<rdf:Description" + QByteArray(64 * 1024, ' ') + "/>";
+    TestFiles::write(dir.path() + "/IMG_3.xmp", previous);
+    {
+        const FileSizeLimit limit(4096);
+        EXPECT_THROW(XMPSidecar::write(threeStarGreenPick, dir.path() + "/IMG_3.JPG"), FileError);
+    }
+    EXPECT_EQ(fileBytes(dir.path() + "/IMG_3.xmp"), previous);
+    XMPSidecar::write(threeStarGreenPick, dir.path() + "/IMG_3.JPG");
+    EXPECT_EQ(XMPSidecar::read(dir.path() + "/IMG_3.xmp"), threeStarGreenPick) << "the same write succeeds with room";
+}
+
+TEST(XMPSidecarTest, ReadingFailsQuietly)
+{
+    QTemporaryDir dir;
+    EXPECT_FALSE(XMPSidecar::read(dir.path() + "/missing.xmp"));
+    EXPECT_FALSE(XMPSidecar::read(dir.path()));
+    TestFiles::write(dir.path() + "/bad.xmp", "<x xmp:Rating=\"3\" \xff\xfe/>");
+    EXPECT_FALSE(XMPSidecar::read(dir.path() + "/bad.xmp")) << "invalid UTF-8 is unreadable";
+
+    // …and an unreadable sidecar is replaced by a fresh one rather than patched.
+    XMPSidecar::write(rejected, dir.path() + "/bad.NEF");
+    EXPECT_EQ(QString::fromUtf8(fileBytes(dir.path() + "/bad.xmp")), XMPSidecar::fresh(rejected));
+}
+
+TEST(XMPSidecarTest, RatingsOfShotsTakeTheFirstFileWhoseSidecarSaysSomething)
+{
+    QTemporaryDir dir;
+    const QString root = dir.path();
+    // A pair whose names differ in case: each file has its own sidecar.
+    TestFiles::write(root + "/IMG_1.CR2", "x");
+    TestFiles::write(root + "/img_1.jpg", "x");
+    TestFiles::write(root + "/img_1.xmp", XMPSidecar::fresh(rejected).toUtf8());
+    // Both sidecars speak: the RAW comes first and wins.
+    TestFiles::write(root + "/IMG_2.CR2", "x");
+    TestFiles::write(root + "/IMG_2.xmp", XMPSidecar::fresh(threeStarGreenPick).toUtf8());
+    TestFiles::write(root + "/img_2.JPG", "x");
+    TestFiles::write(root + "/img_2.xmp", XMPSidecar::fresh(rejected).toUtf8());
+    // The RAW's sidecar states nothing of ours, so the JPEG's is used.
+    TestFiles::write(root + "/IMG_3.NEF", "x");
+    TestFiles::write(root + "/IMG_3.xmp", "<rdf:Description rdf:about='' aux:Lens='50mm'/>");
+    TestFiles::write(root + "/img_3.jpeg", "x");
+    TestFiles::write(root + "/img_3.xmp", "<xmp:Rating>4</xmp:Rating>");
+    // No sidecar at all, and a single JPEG sharing nothing.
+    TestFiles::write(root + "/IMG_4.JPG", "x");
+
+    const QList<Shot> shots = ShotScanner::list(root);
+    ASSERT_EQ(shots.size(), 4);
+    ASSERT_EQ(shots.first().files.size(), 2);
+    const QHash<QString, Rating> ratings = XMPSidecar::ratingsOf(shots);
+    const QHash<QString, Rating> expected = {
+        {shots.at(0).id, rejected}, {shots.at(1).id, threeStarGreenPick}, {shots.at(2).id, Rating{4}}};
+    EXPECT_EQ(ratings, expected);
+}
