@@ -5,23 +5,10 @@
 local bundle = assert(arg[1], "usage: lua5.4 ApplyFlagsTest.lua <plug-in folder>")
 package.path = bundle .. "/?.lua;" .. package.path
 
-local passed, failed = 0, 0
-
-local function test(name, body)
-	local ok, err = pcall(body)
-	if ok then
-		passed = passed + 1
-	else
-		failed = failed + 1
-		io.stderr:write("FAILED ", name, ": ", tostring(err), "\n")
-	end
-end
-
-local function equal(actual, expected, what)
-	if actual ~= expected then
-		error(string.format("%s: expected %s, got %s", what, tostring(expected), tostring(actual)), 2)
-	end
-end
+local here = arg[0]:match("^(.*)/[^/]*$") or "."
+package.path = here .. "/?.lua;" .. package.path
+local LuaTest = require "LuaTest"
+local test, equal = LuaTest.test, LuaTest.equal
 
 -- Files --------------------------------------------------------------------------------
 
@@ -204,7 +191,4 @@ end)
 
 shell("rm -rf " .. quoted(base))
 
-print(string.format("%d passed, %d failed", passed, failed))
-if failed > 0 then
-	os.exit(1)
-end
+LuaTest.finish()
