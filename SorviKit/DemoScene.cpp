@@ -15,9 +15,9 @@ namespace DemoScene {
 namespace {
 
 using DemoShoot::Random;
+using DemoShoot::pictureHeight;
+using DemoShoot::pictureWidth;
 
-constexpr int uprightWidth = 1600;
-constexpr int uprightHeight = 1067;
 // The scene reaches this far past the picture so that hand-held drift never shows an edge.
 constexpr int margin = 180;
 
@@ -42,14 +42,14 @@ Look chooseLook(Random &random)
     look.haze = QColor::fromHsv(hue - 8, 70, random.between(150, 180));
     look.landFar = QColor::fromHsv(random.between(70, 105), 150, random.between(140, 165));
     look.landNear = QColor::fromHsv(random.between(60, 95), 170, random.between(75, 100));
-    look.horizon = uprightHeight * random.between(46, 58) / 100.0;
+    look.horizon = pictureHeight * random.between(46, 58) / 100.0;
     return look;
 }
 
 // Depth 0 at the horizon, 1 at the bottom edge: near things are drawn larger.
 double depthAt(const Look &look, double y)
 {
-    return std::clamp((y - look.horizon) / (uprightHeight - look.horizon), 0.0, 1.2);
+    return std::clamp((y - look.horizon) / (pictureHeight - look.horizon), 0.0, 1.2);
 }
 
 void drawSky(QPainter &painter, Random &random, const Look &look)
@@ -57,10 +57,10 @@ void drawSky(QPainter &painter, Random &random, const Look &look)
     QLinearGradient sky(0, -margin, 0, look.horizon);
     sky.setColorAt(0, look.skyTop);
     sky.setColorAt(1, look.skyHorizon);
-    painter.fillRect(QRectF(-margin, -margin, uprightWidth + 2 * margin, look.horizon + margin + 60), sky);
+    painter.fillRect(QRectF(-margin, -margin, pictureWidth + 2 * margin, look.horizon + margin + 60), sky);
 
     const double radius = look.isEvening ? random.between(45, 70) : random.between(25, 45);
-    const QPointF sun(random.between(150, uprightWidth - 150),
+    const QPointF sun(random.between(150, pictureWidth - 150),
                       look.isEvening ? look.horizon - random.between(70, 140)
                                      : random.between(90, int(look.horizon) - 180));
     QRadialGradient glow(sun, radius * 5);
@@ -77,7 +77,7 @@ void drawClouds(QPainter &painter, Random &random, const Look &look)
 {
     const int clusters = random.between(2, 6);
     for (int c = 0; c < clusters; ++c) {
-        const QPointF centre(random.between(-100, uprightWidth + 100),
+        const QPointF centre(random.between(-100, pictureWidth + 100),
                              random.between(20, std::max(40, int(look.horizon) - 220)));
         const QColor white = look.isEvening ? QColor(255, 226, 215) : QColor(250, 252, 255);
         for (int i = random.between(6, 12); i > 0; --i) {
@@ -95,12 +95,12 @@ void drawRidge(QPainter &painter, Random &random, double base, double amplitude,
 {
     const double f1 = random.real(0.002, 0.005), f2 = random.real(0.008, 0.02);
     const double p1 = random.real(0, 6.28), p2 = random.real(0, 6.28);
-    QPainterPath ridge(QPointF(-margin, uprightHeight + margin));
-    for (int x = -margin; x <= uprightWidth + margin; x += 6) {
+    QPainterPath ridge(QPointF(-margin, pictureHeight + margin));
+    for (int x = -margin; x <= pictureWidth + margin; x += 6) {
         const double wave = 0.65 * std::sin(x * f1 + p1) + 0.35 * std::sin(x * f2 + p2);
         ridge.lineTo(x, base - amplitude * wave - random.real(0, 3));
     }
-    ridge.lineTo(uprightWidth + margin, uprightHeight + margin);
+    ridge.lineTo(pictureWidth + margin, pictureHeight + margin);
     ridge.closeSubpath();
     painter.setBrush(fill);
     painter.drawPath(ridge);
@@ -109,14 +109,14 @@ void drawRidge(QPainter &painter, Random &random, double base, double amplitude,
 void drawLand(QPainter &painter, Random &random, const Look &look)
 {
     drawRidge(painter, random, look.horizon - 20, random.between(30, 80), look.haze);
-    QLinearGradient land(0, look.horizon, 0, uprightHeight);
+    QLinearGradient land(0, look.horizon, 0, pictureHeight);
     land.setColorAt(0, look.landFar);
     land.setColorAt(1, look.landNear);
     drawRidge(painter, random, look.horizon + 25, random.between(10, 30), land);
     if (random.chance(50)) {
-        const double foot = random.between(300, uprightWidth - 300);
-        const double vanish = random.between(500, uprightWidth - 500);
-        const QPointF road[] = {{foot - 220, uprightHeight + margin}, {foot + 220, uprightHeight + margin},
+        const double foot = random.between(300, pictureWidth - 300);
+        const double vanish = random.between(500, pictureWidth - 500);
+        const QPointF road[] = {{foot - 220, pictureHeight + margin}, {foot + 220, pictureHeight + margin},
                                 {vanish + 5, look.horizon + 32}, {vanish - 5, look.horizon + 32}};
         painter.setBrush(QColor::fromHsv(random.between(25, 40), 60, 170));
         painter.drawPolygon(road, 4);
@@ -173,8 +173,8 @@ void drawObjects(QPainter &painter, Random &random, const Look &look)
     std::vector<Place> places;
     for (int i = random.between(5, 11); i > 0; --i) {
         const bool isHouse = kind == 1 || (kind == 2 && random.chance(40));
-        const double y = look.horizon + random.between(30, isHouse ? 200 : uprightHeight - int(look.horizon) + 60);
-        places.push_back({double(random.between(-100, uprightWidth + 100)), y, isHouse});
+        const double y = look.horizon + random.between(30, isHouse ? 200 : pictureHeight - int(look.horizon) + 60);
+        places.push_back({double(random.between(-100, pictureWidth + 100)), y, isHouse});
     }
     // Far objects first so that near ones cover them.
     std::sort(places.begin(), places.end(), [](const Place &a, const Place &b) { return a.y < b.y; });
@@ -190,10 +190,10 @@ void drawGrass(QPainter &painter, Random &random, const Look &look)
 {
     std::vector<QLineF> blades[6];
     for (int i = 0; i < 6000; ++i) {
-        const double y = random.real(look.horizon + 40, uprightHeight + margin);
+        const double y = random.real(look.horizon + 40, pictureHeight + margin);
         const double depth = depthAt(look, y);
         const double length = 3 + 26 * depth, lean = random.real(-0.35, 0.35);
-        const QPointF foot(random.real(-margin, uprightWidth + margin), y);
+        const QPointF foot(random.real(-margin, pictureWidth + margin), y);
         blades[random.between(0, 5)].push_back(
             QLineF(foot, foot + QPointF(length * std::sin(lean), -length * std::cos(lean))));
     }
@@ -205,9 +205,9 @@ void drawGrass(QPainter &painter, Random &random, const Look &look)
     static const QList<QColor> flowers = {QColor(250, 250, 245), QColor(250, 215, 60), QColor(170, 110, 200)};
     for (int i = 0; i < 160; ++i) {
         painter.setBrush(random.pick(flowers));
-        const double y = random.real(look.horizon + 80, uprightHeight + 20);
+        const double y = random.real(look.horizon + 80, pictureHeight + 20);
         const double size = 1 + 3 * depthAt(look, y);
-        painter.drawEllipse(QPointF(random.real(0, uprightWidth), y), size, size);
+        painter.drawEllipse(QPointF(random.real(0, pictureWidth), y), size, size);
     }
 }
 
@@ -271,7 +271,7 @@ void defocus(QImage &image, int radius, int passes)
 
 QImage render(const DemoShoot::DemoFrame &frame)
 {
-    QImage image(uprightWidth, uprightHeight, QImage::Format_RGB32);
+    QImage image(pictureWidth, pictureHeight, QImage::Format_RGB32);
     {
         QPainter painter(&image);
         painter.setRenderHint(QPainter::Antialiasing);

@@ -23,8 +23,6 @@ namespace DemoShoot {
 namespace {
 
 constexpr int offsetSeconds = 2 * 3600;
-constexpr int pictureWidth = 1600;
-constexpr int pictureHeight = 1067;
 
 struct Camera {
     QString folder;

@@ -7,6 +7,10 @@
 
 namespace DemoShoot {
 
+/// Every demo photo is this size when upright (sideways frames are stored transposed).
+constexpr int pictureWidth = 1600;
+constexpr int pictureHeight = 1067;
+
 /// Random numbers for the demo shoot. std::mt19937's output is fixed by the standard
 /// while the std distributions are not, so drawing through these keeps plans and
 /// pictures identical with every standard library. Not thread-safe; one per job.

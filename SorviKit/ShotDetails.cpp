@@ -224,6 +224,10 @@ std::optional<ExifValues> readEmbeddedExif(const QString &path)
 // the metadata library would otherwise copy whole (see TiffView).
 std::optional<ExifValues> readTiffView(const QString &path)
 {
+    // JPEG, HEIC and PNG never are; most cards are mostly JPEG, so skip the mapping.
+    if (!ShotScanner::isRawFile(path) && !path.endsWith(QLatin1String(".tif"), Qt::CaseInsensitive)
+        && !path.endsWith(QLatin1String(".tiff"), Qt::CaseInsensitive))
+        return std::nullopt;
     const TiffView view(path);
     if (!view.isValid())
         return std::nullopt;

@@ -1,33 +1,20 @@
 #pragma once
 
 #include "Handoff.h"
+#include "TestFiles.h"
 
 #include <QByteArray>
-#include <QCryptographicHash>
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
-#include <QFileInfo>
 #include <QMap>
 #include <QRandomGenerator>
 #include <QString>
-#include <QStringList>
 
 #include <sys/mount.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
-#include <ostream>
-
-inline void PrintTo(const QString &text, std::ostream *out)
-{
-    *out << '"' << text.toStdString() << '"';
-}
-inline void PrintTo(const QStringList &list, std::ostream *out)
-{
-    *out << '[' << list.join(", ").toStdString() << ']';
-}
 
 namespace Handoff {
 inline void PrintTo(const CopyResult &result, std::ostream *out)
@@ -40,19 +27,8 @@ inline void PrintTo(const CopyResult &result, std::ostream *out)
 /// Real files in temporary folders for the hand-off tests.
 namespace HandoffTest {
 
-inline void write(const QString &path, const QByteArray &bytes)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    if (file.open(QIODevice::WriteOnly))
-        file.write(bytes);
-}
-
-inline QByteArray read(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
+using TestFiles::read;
+using TestFiles::write;
 
 /// Bytes that differ for every seed and never compress to nothing.
 inline QByteArray noise(qsizetype size, quint32 seed)
@@ -64,43 +40,15 @@ inline QByteArray noise(qsizetype size, quint32 seed)
     return bytes;
 }
 
-/// SHA-256 of a file, computed apart from the engine's own hashing; empty when unreadable.
-inline QString digest(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    QCryptographicHash hasher(QCryptographicHash::Sha256);
-    hasher.addData(&file);
-    return QString::fromLatin1(hasher.result().toHex());
-}
+using TestFiles::digest;
+using TestFiles::snapshot;
+using TestFiles::tree;
 
 inline QMap<QString, QString> digests(const QStringList &paths)
 {
     QMap<QString, QString> result;
     for (const QString &path : paths)
         result.insert(path, digest(path));
-    return result;
-}
-
-/// Every file below `folder` (hidden ones too) as sorted relative paths.
-inline QStringList tree(const QString &folder)
-{
-    QStringList files;
-    const QDir base(folder);
-    QDirIterator it(folder, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-    while (it.hasNext())
-        files << base.relativeFilePath(it.next());
-    files.sort();
-    return files;
-}
-
-/// The digest of every file below `folder`, by relative path.
-inline QMap<QString, QString> snapshot(const QString &folder)
-{
-    QMap<QString, QString> result;
-    for (const QString &file : tree(folder))
-        result.insert(file, digest(folder + QLatin1Char('/') + file));
     return result;
 }
 

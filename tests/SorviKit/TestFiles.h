@@ -1,10 +1,13 @@
 #pragma once
 
 #include <QByteArray>
+#include <QCryptographicHash>
 #include <QDateTime>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QMap>
 #include <QString>
 #include <QStringList>
 
@@ -33,6 +36,43 @@ inline void write(const QString &path, const QByteArray &bytes)
     QFile file(path);
     if (file.open(QIODevice::WriteOnly))
         file.write(bytes);
+}
+
+inline QByteArray read(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+/// SHA-256 of a file, computed apart from any hashing of ours; empty when unreadable.
+inline QString digest(const QString &path)
+{
+    QFile file(path);
+    QCryptographicHash hasher(QCryptographicHash::Sha256);
+    if (!file.open(QIODevice::ReadOnly) || !hasher.addData(&file))
+        return {};
+    return QString::fromLatin1(hasher.result().toHex());
+}
+
+/// Every file below `folder` (hidden ones too) as sorted relative paths.
+inline QStringList tree(const QString &folder)
+{
+    QStringList files;
+    const QDir base(folder);
+    QDirIterator it(folder, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext())
+        files << base.relativeFilePath(it.next());
+    files.sort();
+    return files;
+}
+
+/// The digest of every file below `folder`, by relative path.
+inline QMap<QString, QString> snapshot(const QString &folder)
+{
+    QMap<QString, QString> result;
+    for (const QString &file : tree(folder))
+        result.insert(file, digest(folder + QLatin1Char('/') + file));
+    return result;
 }
 
 inline QString corpus()

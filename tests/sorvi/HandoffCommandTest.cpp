@@ -1,27 +1,10 @@
 #include "SorviProcess.h"
 #include "TestFiles.h"
 
-#include <QCryptographicHash>
-#include <QDirIterator>
 #include <QTemporaryDir>
 
 // The hand-off run from the command line on a copy of the corpus's RAW+JPEG pairs.
 namespace {
-
-// Every file under `root` with its SHA-256, by path relative to root.
-QMap<QString, QByteArray> fingerprints(const QString &root)
-{
-    QMap<QString, QByteArray> result;
-    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        QFile file(path);
-        QCryptographicHash hash(QCryptographicHash::Sha256);
-        if (file.open(QIODevice::ReadOnly) && hash.addData(&file))
-            result.insert(QDir(root).relativeFilePath(path), hash.result());
-    }
-    return result;
-}
 
 class HandoffCommandTest : public SorviProcessTest {
 protected:
@@ -53,7 +36,7 @@ protected:
 
 TEST_F(HandoffCommandTest, SidecarsFlagsCopiesAndRejectsLeaveThePhotosUntouched)
 {
-    const QMap<QString, QByteArray> originals = fingerprints(m_shoot);
+    const QMap<QString, QString> originals = TestFiles::snapshot(m_shoot);
 
     CommandRun run = sorvi({"handoff", m_shoot, "--sidecars", "--flags-list"});
     ASSERT_EQ(run.exitCode, 0) << run.err.constData();
@@ -79,14 +62,14 @@ TEST_F(HandoffCommandTest, SidecarsFlagsCopiesAndRejectsLeaveThePhotosUntouched)
     ASSERT_EQ(run.exitCode, 0) << run.err.constData();
     EXPECT_TRUE(run.out.contains("Moved 1 reject into the Rejected folder.")) << run.out.constData();
     EXPECT_FALSE(QFile::exists(m_shoot + "/day1/IMG_0002.CR2"));
-    EXPECT_EQ(fingerprints(m_shoot + "/Rejected").value("day1/IMG_0002.CR2"), originals.value("day1/IMG_0002.CR2"));
+    EXPECT_EQ(TestFiles::snapshot(m_shoot + "/Rejected").value("day1/IMG_0002.CR2"), originals.value("day1/IMG_0002.CR2"));
 
     run = sorvi({"put-back", m_shoot});
     ASSERT_EQ(run.exitCode, 0) << run.err.constData();
     EXPECT_EQ(run.out, "Rejects put back.\n");
     EXPECT_EQ(sorvi({"put-back", m_shoot}).exitCode, 1) << "nothing left to put back";
 
-    const QMap<QString, QByteArray> after = fingerprints(m_shoot);
+    const QMap<QString, QString> after = TestFiles::snapshot(m_shoot);
     for (auto it = originals.constBegin(); it != originals.constEnd(); ++it)
         EXPECT_EQ(after.value(it.key()), it.value()) << it.key().toStdString();
 }
