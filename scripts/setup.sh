@@ -15,9 +15,9 @@ packages=(
   libdlib-dev libdlib-data libopencv-core-dev libopencv-imgproc-dev libopencv-objdetect-dev opencv-data
   # hashing, keys
   libssl-dev libxxhash-dev qtkeychain-qt6-dev gnome-keyring dbus dbus-x11 libsecret-tools
-  # tests, benchmarks, headless windows, plug-in tests, peer tools for benchmarks (exiftool, xxhsum)
+  # tests, benchmarks, headless windows, plug-in tests, peer tools for benchmarks (exiftool, xxhsum, vipsthumbnail)
   googletest libgtest-dev libgmock-dev libbenchmark-dev xvfb xauth lua5.4 liblua5.4-dev
-  libimage-exiftool-perl xxhash python3
+  libimage-exiftool-perl xxhash libvips-tools python3
 )
 
 missing=()

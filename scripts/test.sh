@@ -19,3 +19,6 @@ export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 ctest --test-dir build/asan --output-on-failure -j"$jobs"
+
+echo "== Fuzzing the RAW preview scan and extraction (60 s each)"
+bash scripts/fuzz.sh 60
