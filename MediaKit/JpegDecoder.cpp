@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 
 namespace JpegDecoder {
 namespace {
@@ -112,7 +113,11 @@ std::optional<Bitmap> decode(std::span<const std::uint8_t> jpeg, int longSide)
     bitmap.width = size.width;
     bitmap.height = size.height;
     bitmap.stride = std::size_t(size.width) * 4;
-    bitmap.pixels.resize(bitmap.stride * std::size_t(size.height));
+    try {
+        bitmap.pixels.resize(bitmap.stride * std::size_t(size.height));
+    } catch (const std::bad_alloc &) {
+        return std::nullopt; // a damaged header can claim a picture larger than memory
+    }
     const int status = tjDecompress2(handle, jpeg.data(), static_cast<unsigned long>(jpeg.size()),
                                      bitmap.pixels.data(), size.width, int(bitmap.stride), size.height,
                                      TJPF_BGRX, TJFLAG_LIMITSCANS);

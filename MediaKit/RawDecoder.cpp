@@ -37,19 +37,29 @@ Bitmap toBitmap(const libraw_processed_image_t &image)
     return bitmap;
 }
 
+// LibRaw reports damaged sensor data through this callback (and would print it on
+// stderr otherwise); such data develops into a black or striped picture, not a photo.
+void countDataError(void *errors, const char *, const int)
+{
+    ++*static_cast<int *>(errors);
+}
+
 // Opens with `open`, then unpacks and develops the sensor data with the camera's white
 // balance into 8-bit sRGB.
 std::optional<Bitmap> develop(const std::function<int(LibRaw &)> &open, int longSide)
 {
     // LibRaw's state is several hundred kilobytes: keep it off the stack.
     auto raw = std::make_unique<LibRaw>(LIBRAW_OPTIONS_NONE);
+    int dataErrors = 0;
+    raw->set_dataerror_handler(countDataError, &dataErrors);
     if (open(*raw) != LIBRAW_SUCCESS)
         return std::nullopt;
     const int sensorLong = std::max<int>(raw->imgdata.sizes.width, raw->imgdata.sizes.height);
     raw->imgdata.params.use_camera_wb = 1;
     raw->imgdata.params.output_bps = 8;
     raw->imgdata.params.half_size = longSide > 0 && sensorLong / 2 >= longSide ? 1 : 0;
-    if (raw->unpack() != LIBRAW_SUCCESS || raw->dcraw_process() != LIBRAW_SUCCESS)
+    if (raw->unpack() != LIBRAW_SUCCESS || dataErrors > 0 || raw->dcraw_process() != LIBRAW_SUCCESS
+        || dataErrors > 0)
         return std::nullopt;
     int error = 0;
     // The memory image is already turned by the camera's rotation.

@@ -15,27 +15,6 @@ constexpr int quality = 88;
 constexpr int thumbnailQuality = 80;
 constexpr int thumbnailLongSide = 160;
 
-std::optional<QByteArray> encodeJpeg(const QImage &image, int jpegQuality, QString *error)
-{
-    const std::unique_ptr<void, int (*)(tjhandle)> handle(tjInitCompress(), tjDestroy);
-    if (!handle) {
-        *error = QString::fromLocal8Bit(tjGetErrorStr2(nullptr));
-        return std::nullopt;
-    }
-    // RGB32 keeps each pixel as one native-endian 0xffRRGGBB word.
-    const int pixelFormat = QSysInfo::ByteOrder == QSysInfo::LittleEndian ? TJPF_BGRX : TJPF_XRGB;
-    unsigned char *buffer = nullptr;
-    unsigned long size = 0;
-    const int status = tjCompress2(handle.get(), image.constBits(), image.width(), int(image.bytesPerLine()),
-                                   image.height(), pixelFormat, &buffer, &size, TJSAMP_420, jpegQuality, 0);
-    const std::unique_ptr<unsigned char, void (*)(unsigned char *)> owned(buffer, tjFree);
-    if (status != 0) {
-        *error = QString::fromLocal8Bit(tjGetErrorStr2(handle.get()));
-        return std::nullopt;
-    }
-    return QByteArray(reinterpret_cast<const char *>(buffer), qsizetype(size));
-}
-
 int offsetSeconds(const QString &offsetText)
 {
     const int sign = offsetText.startsWith('-') ? -1 : 1;
@@ -45,19 +24,16 @@ int offsetSeconds(const QString &offsetText)
 
 void setCaptureTime(Exiv2::ExifData &exif, const DemoShoot::DemoFrame &frame)
 {
-    const QDateTime local = frame.captureTime.toOffsetFromUtc(offsetSeconds(frame.offsetText));
-    const std::string text = local.toString(QStringLiteral("yyyy:MM:dd HH:mm:ss")).toStdString();
-    const std::string hundredths = QStringLiteral("%1").arg(local.time().msec() / 10, 2, 10, QLatin1Char('0')).toStdString();
-    const std::string offset = frame.offsetText.toStdString();
-    exif["Exif.Image.DateTime"] = text;
-    exif["Exif.Photo.DateTimeOriginal"] = text;
-    exif["Exif.Photo.DateTimeDigitized"] = text;
-    exif["Exif.Photo.SubSecTime"] = hundredths;
-    exif["Exif.Photo.SubSecTimeOriginal"] = hundredths;
-    exif["Exif.Photo.SubSecTimeDigitized"] = hundredths;
-    exif["Exif.Photo.OffsetTime"] = offset;
-    exif["Exif.Photo.OffsetTimeOriginal"] = offset;
-    exif["Exif.Photo.OffsetTimeDigitized"] = offset;
+    const CaptureText capture = captureText(frame);
+    exif["Exif.Image.DateTime"] = capture.dateTime;
+    exif["Exif.Photo.DateTimeOriginal"] = capture.dateTime;
+    exif["Exif.Photo.DateTimeDigitized"] = capture.dateTime;
+    exif["Exif.Photo.SubSecTime"] = capture.subSeconds;
+    exif["Exif.Photo.SubSecTimeOriginal"] = capture.subSeconds;
+    exif["Exif.Photo.SubSecTimeDigitized"] = capture.subSeconds;
+    exif["Exif.Photo.OffsetTime"] = capture.offset;
+    exif["Exif.Photo.OffsetTimeOriginal"] = capture.offset;
+    exif["Exif.Photo.OffsetTimeDigitized"] = capture.offset;
 }
 
 Exiv2::ExifData exifFor(const DemoShoot::DemoFrame &frame)
@@ -69,7 +45,7 @@ Exiv2::ExifData exifFor(const DemoShoot::DemoFrame &frame)
     exif["Exif.Image.XResolution"] = Exiv2::URational(300, 1);
     exif["Exif.Image.YResolution"] = Exiv2::URational(300, 1);
     exif["Exif.Image.ResolutionUnit"] = uint16_t(2);
-    exif["Exif.Image.Software"] = std::string("Kestrane Sorvi demo shoot");
+    exif["Exif.Image.Software"] = std::string(software);
     exif["Exif.Photo.ExifVersion"] = std::string("48 50 51 50"); // "0232"
     exif["Exif.Photo.ExposureTime"] = Exiv2::URational(1, uint32_t(frame.exposureDenominator));
     exif["Exif.Photo.FNumber"] = Exiv2::URational(uint32_t(qRound(frame.fNumber * 10)), 10);
@@ -154,15 +130,49 @@ bool damageExif(QByteArray &jpeg)
     return true;
 }
 
-std::optional<QByteArray> jpegFile(const QImage &image, const DemoShoot::DemoFrame &frame, QString *error)
+std::optional<QByteArray> encodeJpeg(const QImage &image, int jpegQuality, QString *error)
 {
-    const std::optional<QByteArray> pixels = encodeJpeg(image, quality, error);
+    const std::unique_ptr<void, int (*)(tjhandle)> handle(tjInitCompress(), tjDestroy);
+    if (!handle) {
+        *error = QString::fromLocal8Bit(tjGetErrorStr2(nullptr));
+        return std::nullopt;
+    }
+    // RGB32 keeps each pixel as one native-endian 0xffRRGGBB word.
+    const int pixelFormat = QSysInfo::ByteOrder == QSysInfo::LittleEndian ? TJPF_BGRX : TJPF_XRGB;
+    unsigned char *buffer = nullptr;
+    unsigned long size = 0;
+    const int status = tjCompress2(handle.get(), image.constBits(), image.width(), int(image.bytesPerLine()),
+                                   image.height(), pixelFormat, &buffer, &size, TJSAMP_420, jpegQuality, 0);
+    const std::unique_ptr<unsigned char, void (*)(unsigned char *)> owned(buffer, tjFree);
+    if (status != 0) {
+        *error = QString::fromLocal8Bit(tjGetErrorStr2(handle.get()));
+        return std::nullopt;
+    }
+    return QByteArray(reinterpret_cast<const char *>(buffer), qsizetype(size));
+}
+
+std::optional<Encoded> encode(const QImage &image, QString *error)
+{
+    const std::optional<QByteArray> picture = encodeJpeg(image, quality, error);
     const QImage small = image.scaled(thumbnailLongSide, thumbnailLongSide, Qt::KeepAspectRatio,
                                       Qt::SmoothTransformation);
-    const std::optional<QByteArray> thumbnail = pixels ? encodeJpeg(small, thumbnailQuality, error) : std::nullopt;
+    const std::optional<QByteArray> thumbnail = picture ? encodeJpeg(small, thumbnailQuality, error) : std::nullopt;
     if (!thumbnail)
         return std::nullopt;
-    std::optional<QByteArray> file = withExif(*pixels, *thumbnail, frame, error);
+    return Encoded{*picture, *thumbnail, small.size()};
+}
+
+CaptureText captureText(const DemoShoot::DemoFrame &frame)
+{
+    const QDateTime local = frame.captureTime.toOffsetFromUtc(offsetSeconds(frame.offsetText));
+    return {local.toString(QStringLiteral("yyyy:MM:dd HH:mm:ss")).toStdString(),
+            QStringLiteral("%1").arg(local.time().msec() / 10, 2, 10, QLatin1Char('0')).toStdString(),
+            frame.offsetText.toStdString()};
+}
+
+std::optional<QByteArray> jpegFile(const Encoded &encoded, const DemoShoot::DemoFrame &frame, QString *error)
+{
+    std::optional<QByteArray> file = withExif(encoded.picture, encoded.thumbnail, frame, error);
     if (file && frame.damagedMetadata && !damageExif(*file)) {
         *error = QStringLiteral("the metadata block to damage was not found");
         return std::nullopt;

@@ -1,6 +1,7 @@
 #include "DemoShoot.h"
 
 #include "DemoExif.h"
+#include "DemoRaw.h"
 #include "DemoScene.h"
 #include "DemoShoot_p.h"
 
@@ -172,9 +173,11 @@ void nameFiles(QList<DemoFrame> &frames)
     int counters[2] = {0, 0};
     for (DemoFrame &f : frames) {
         const int index = f.make == camera(0).make ? 0 : 1;
-        f.relativePath = QStringLiteral("%1/%2%3.JPG")
-                             .arg(camera(index).folder, camera(index).prefix)
-                             .arg(++counters[index], 4, 10, QLatin1Char('0'));
+        const QString base = QStringLiteral("%1/%2%3")
+                                 .arg(camera(index).folder, camera(index).prefix)
+                                 .arg(++counters[index], 4, 10, QLatin1Char('0'));
+        f.relativePath = base + (f.files == DemoFrame::Files::raw ? ".DNG" : ".JPG");
+        f.rawRelativePath = f.files == DemoFrame::Files::jpeg ? QString() : base + ".DNG";
     }
 }
 
@@ -218,6 +221,35 @@ void markSpecialFrames(QList<DemoFrame> &frames, const QSet<int> &pairFrames, Ra
         frames[random.take(singles.isEmpty() ? restOfBursts : singles)].blurred = true;
 }
 
+// RAW files go where they show most: a whole burst, whose dates then come from RAW files;
+// the first sideways frame, whose DNG previews are stored turned as its JPEG is; and a
+// few frames at random. The damaged frame stays a lone JPEG, so no RAW twin fills in the
+// details its own file lacks.
+void chooseFiles(QList<DemoFrame> &frames, Random &random)
+{
+    int bursts = 0; // numbered 1…n
+    for (const DemoFrame &f : std::as_const(frames))
+        bursts = std::max(bursts, f.burst);
+    const int rawBurst = random.between(1, bursts);
+    QList<int> others;
+    for (int i = 0; i < frames.size(); ++i) {
+        if (frames[i].burst == rawBurst)
+            frames[i].files = DemoFrame::Files::rawAndJpeg;
+        else if (!frames[i].damagedMetadata)
+            others.append(i);
+    }
+    const auto sideways = std::find_if(others.begin(), others.end(), [&](int i) { return frames[i].orientation == 6; });
+    if (sideways != others.end()) {
+        frames[*sideways].files = DemoFrame::Files::rawAndJpeg;
+        others.erase(sideways);
+    }
+    const int count = int(frames.size());
+    for (int n = std::max(1, count / 20); n > 0 && !others.isEmpty(); --n)
+        frames[random.take(others)].files = DemoFrame::Files::rawAndJpeg;
+    for (int n = std::max(1, count / 30); n > 0 && !others.isEmpty(); --n)
+        frames[random.take(others)].files = DemoFrame::Files::raw;
+}
+
 } // namespace
 
 QList<DemoFrame> plan(int count)
@@ -230,9 +262,20 @@ QList<DemoFrame> plan(int count)
         if (moments[i].kind == Kind::Pair)
             pairFrames << first << first + 1;
     }
-    nameFiles(frames);
     markSpecialFrames(frames, pairFrames, random);
+    chooseFiles(frames, random);
+    nameFiles(frames);
     return frames;
+}
+
+QStringList relativePaths(const DemoFrame &frame)
+{
+    QStringList files;
+    if (frame.files != DemoFrame::Files::jpeg)
+        files << frame.rawRelativePath;
+    if (frame.files != DemoFrame::Files::raw)
+        files << frame.relativePath;
+    return files;
 }
 
 namespace {
@@ -240,10 +283,12 @@ namespace {
 std::optional<QString> refuseExisting(const QDir &root, const QList<DemoFrame> &frames)
 {
     for (const DemoFrame &f : frames) {
-        if (QFileInfo::exists(root.filePath(f.relativePath)))
-            return QStringLiteral("%1 already contains %2; demo photos are never written over "
-                                  "existing files, so choose an empty folder.")
-                .arg(QDir::toNativeSeparators(root.path()), f.relativePath);
+        for (const QString &file : relativePaths(f)) {
+            if (QFileInfo::exists(root.filePath(file)))
+                return QStringLiteral("%1 already contains %2; demo photos are never written over "
+                                      "existing files, so choose an empty folder.")
+                    .arg(QDir::toNativeSeparators(root.path()), file);
+        }
     }
     return std::nullopt;
 }
@@ -260,12 +305,9 @@ std::optional<QString> makeFolders(const QDir &root, const QList<DemoFrame> &fra
     return std::nullopt;
 }
 
-std::optional<QString> writeFrame(const QDir &root, const DemoFrame &frame)
+std::optional<QString> saveNew(const QString &path, const std::optional<QByteArray> &bytes, const QString &error)
 {
-    const QString path = root.filePath(frame.relativePath);
     const QString shown = QDir::toNativeSeparators(path);
-    QString error;
-    const std::optional<QByteArray> bytes = DemoExif::jpegFile(DemoScene::render(frame), frame, &error);
     if (!bytes)
         return QStringLiteral("Could not make %1: %2").arg(shown, error);
     // Checked again because another program may have put a file there since the start.
@@ -277,6 +319,25 @@ std::optional<QString> writeFrame(const QDir &root, const DemoFrame &frame)
     return std::nullopt;
 }
 
+// Draws and encodes the picture once for all of the frame's files: the JPEG's pixels and
+// the DNG's full-size preview are the same bytes, as a camera's would be.
+std::optional<QString> writeFrame(const QDir &root, const DemoFrame &frame, int &filesWritten)
+{
+    const QImage picture = DemoScene::render(frame);
+    QString error;
+    const std::optional<DemoExif::Encoded> encoded = DemoExif::encode(picture, &error);
+    for (const QString &file : relativePaths(frame)) {
+        const std::optional<QByteArray> bytes = !encoded ? std::nullopt
+                                                : file == frame.rawRelativePath
+                                                    ? DemoRaw::dngFile(picture, *encoded, frame, &error)
+                                                    : DemoExif::jpegFile(*encoded, frame, &error);
+        if (auto failure = saveNew(root.filePath(file), bytes, error))
+            return failure;
+        ++filesWritten;
+    }
+    return std::nullopt;
+}
+
 // Workers count their frames here so that the caller's progress callback runs on the
 // caller's own thread.
 struct Tally {
@@ -284,16 +345,18 @@ struct Tally {
     QWaitCondition changed;
     int done = 0;
     int written = 0;
+    int photos = 0;
     QString error;
     std::atomic_bool failed = false;
 
-    void record(bool attempted, const std::optional<QString> &failure)
+    void record(bool attempted, const std::optional<QString> &failure, int files)
     {
         const QMutexLocker locker(&lock);
         if (failure && !failed.exchange(true))
             error = *failure;
         if (attempted && !failure)
-            ++written;
+            ++photos;
+        written += files;
         ++done;
         changed.wakeAll();
     }
@@ -331,11 +394,13 @@ WriteResult write(const QString &dir, int count, const std::function<void(int, i
     QFuture<void> work = QtConcurrent::map(indices, [&](int index) {
         // After the first failure the remaining frames are skipped rather than written.
         const bool attempted = !tally.failed;
-        tally.record(attempted, attempted ? writeFrame(root, frames[index]) : std::nullopt);
+        int files = 0;
+        const std::optional<QString> failure = attempted ? writeFrame(root, frames[index], files) : std::nullopt;
+        tally.record(attempted, failure, files);
     });
     tally.reportUntil(int(frames.size()), progress);
     work.waitForFinished();
-    return {!tally.failed, tally.error, tally.written};
+    return {!tally.failed, tally.error, tally.written, tally.photos};
 }
 
 } // namespace DemoShoot

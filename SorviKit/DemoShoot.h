@@ -4,12 +4,14 @@
 #include <QList>
 #include <QPointF>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 
-/// A generated memory card: two cameras' JPEGs with full EXIF, drawn by our own code,
-/// for trying the application without real photos and for tests of the modules that
-/// read such files. Everything is decided by `plan` up front; `write` only carries it out.
+/// A generated memory card: two cameras' JPEGs and DNG RAW files with full EXIF, drawn by
+/// our own code, for trying the application without real photos and for tests of the
+/// modules that read such files. Everything is decided by `plan` up front; `write` only
+/// carries it out.
 namespace DemoShoot {
 
 inline constexpr int defaultCount = 60;
@@ -20,7 +22,16 @@ inline constexpr int maximumCount = 9999;
 
 /// One planned photo. A plain value, freely copied between threads.
 struct DemoFrame {
-    QString relativePath; ///< '/'-separated, below the shoot folder, e.g. "DCIM/100KSRVI/KSR_0001.JPG"
+    /// Which files the camera wrote for the photo. Every file of a frame shares the
+    /// folder and base name and so forms one shot: "KSR_0007.DNG" beside "KSR_0007.JPG".
+    enum class Files { jpeg, rawAndJpeg, raw };
+
+    Files files = Files::jpeg;
+    /// '/'-separated, below the shoot folder: the frame's JPEG, e.g. "DCIM/100KSRVI/KSR_0001.JPG",
+    /// or its DNG when the frame has no JPEG. Never empty; without its extension it is the shot's id.
+    QString relativePath;
+    /// The frame's DNG, e.g. "DCIM/100KSRVI/KSR_0007.DNG"; empty when files is Files::jpeg.
+    QString rawRelativePath;
     QString camera;       ///< the display name made from make and model ("Canon EOS R6")
     QString make;         ///< Exif.Image.Make as written
     QString model;        ///< Exif.Image.Model as written
@@ -49,13 +60,20 @@ struct DemoFrame {
 /// bursts of 3–6 frames 0.2–0.8 s apart from one camera, single frames well over a second
 /// from the same camera's other frames, at least one moment where both cameras fire in
 /// the same second, 3–4 blurred frames (some inside bursts), one or two frames stored
-/// sideways with orientation 6, and exactly one frame with damaged metadata.
+/// sideways with orientation 6, and exactly one frame with damaged metadata. Files: every
+/// frame of one burst, the first sideways frame and count/20 (at least one) other frames
+/// are RAW+JPEG; count/30 (at least one) frames outside that burst are a DNG alone; all
+/// others, the damaged frame always among them, are a JPEG alone.
 QList<DemoFrame> plan(int count);
+
+/// Every file of `frame` below the shoot folder, the DNG first as a scan lists them.
+QStringList relativePaths(const DemoFrame &frame);
 
 struct WriteResult {
     bool ok = false;
     QString error;   ///< the sentence to show the user when !ok
     int written = 0; ///< files completed, also when failing part way
+    int photos = 0;  ///< frames whose every file was completed
 };
 
 /// Writes the files of plan(count) below `dir`, creating folders as needed. Refuses,

@@ -36,7 +36,7 @@ constexpr double exiftoolGoal = 10.0, exiv2Goal = 1.5; // how many times faster 
 const QStringList corpusFolders{"raw", "pairs", "jpeg", "heic", "shoot"};
 const QSet<QString> photoExtensions{"jpg", "jpeg", "heic", "heif", "hif", "cr2", "cr3", "crw",
                                     "nef", "dng", "raf", "rw2", "mrw", "x3f", "iiq", "kdc"};
-const QSet<QString> demoExtensions{"jpg", "jpeg"};
+const QSet<QString> demoExtensions{"jpg", "jpeg", "dng"};
 
 /// What takes one file number on the card: a lone file, or a RAW and a rendered file
 /// sharing a stem (RAW first).

@@ -11,4 +11,6 @@ int rate(const QStringList &args);
 int demo(const QStringList &args);
 int handoff(const QStringList &args);
 int putBack(const QStringList &args);
+int previews(const QStringList &args);
+int preview(const QStringList &args);
 } // namespace Commands

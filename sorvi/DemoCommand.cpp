@@ -50,6 +50,20 @@ std::optional<QString> parse(const QStringList &args, DemoArguments &parsed)
     return std::nullopt;
 }
 
+// "51 JPEG only, 7 RAW+JPEG pairs, 2 RAW only": what the shoot holds, so that whoever
+// tries it knows what to look for. Only called after every planned file was written.
+QString fileKinds(int count)
+{
+    int kinds[3] = {0, 0, 0};
+    for (const DemoShoot::DemoFrame &frame : DemoShoot::plan(count))
+        ++kinds[int(frame.files)];
+    using Files = DemoShoot::DemoFrame::Files;
+    return QStringLiteral("%1 JPEG only, %2, %3 RAW only")
+        .arg(kinds[int(Files::jpeg)])
+        .arg(Terminal::counted(kinds[int(Files::rawAndJpeg)], QStringLiteral("RAW+JPEG pair")))
+        .arg(kinds[int(Files::raw)]);
+}
+
 } // namespace
 
 int Commands::demo(const QStringList &args)
@@ -68,11 +82,12 @@ int Commands::demo(const QStringList &args)
         Terminal::printErr(QStringLiteral("sorvi: %1\n").arg(result.error));
         if (result.written > 0)
             Terminal::printErr(QStringLiteral("sorvi: %1 written before the failure\n")
-                                   .arg(Terminal::counted(result.written, QStringLiteral("photo"))));
+                                   .arg(Terminal::counted(result.written, QStringLiteral("file"))));
         return 1;
     }
-    Terminal::printOut(QStringLiteral("Wrote %1 to %2\n")
-                           .arg(Terminal::counted(result.written, QStringLiteral("photo")),
-                                QDir::toNativeSeparators(parsed.dir)));
+    Terminal::printOut(QStringLiteral("Wrote %1 in %2 to %3 (%4)\n")
+                           .arg(Terminal::counted(result.photos, QStringLiteral("photo")),
+                                Terminal::counted(result.written, QStringLiteral("file")),
+                                QDir::toNativeSeparators(parsed.dir), fileKinds(parsed.count)));
     return 0;
 }

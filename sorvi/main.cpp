@@ -18,6 +18,10 @@ const char *const usage =
     "  rate FOLDER ID [--stars N] [--pick|--reject|--unflag]\n"
     "       [--label Red|Yellow|Green|Blue|Purple|none]\n"
     "                                    change the rating of one shot\n"
+    "  previews FILE [--json]            list the JPEG pictures stored inside a (RAW) file\n"
+    "  preview PATH... [--max N] --out DIR\n"
+    "                                    write each shot's preview, upright, long side at most N\n"
+    "                                    (default 1024), as DIR/<name>.jpg\n"
     "  demo DIR [--count N]              write a generated demo shoot into DIR\n"
     "  handoff FOLDER [--sidecars] [--flags-list] [--copy DEST [--what picks|rated|all]]\n"
     "       [--remove-location] [--move-rejects] [--sidecar-folder DIR]\n"
@@ -40,6 +44,8 @@ int main(int argc, char *argv[])
         {"demo", Commands::demo},
         {"handoff", Commands::handoff},
         {"put-back", Commands::putBack},
+        {"previews", Commands::previews},
+        {"preview", Commands::preview},
     };
     QStringList args = app.arguments().mid(1);
     QTextStream err(stderr);

@@ -132,8 +132,8 @@ TEST(CorpusPreviews, ExtractKeepsDetailsWithoutReencoding)
     const std::vector<Candidate> stored = RAWPreview::candidates(cr2.bytes());
     const auto original = cr2.bytes().subspan(std::size_t(stored[0].start),
                                               std::size_t(stored[0].end - stored[0].start));
-    const auto frame = std::search(original.begin(), original.end(), std::begin({0xFF, 0xC0}),
-                                   std::end({0xFF, 0xC0}));
+    static constexpr std::uint8_t frameMarker[] = {0xFF, 0xC0};
+    const auto frame = std::search(original.begin(), original.end(), std::begin(frameMarker), std::end(frameMarker));
     const std::size_t tail = std::size_t(original.end() - frame);
     ASSERT_GT(found.jpeg.size(), tail);
     EXPECT_TRUE(std::equal(frame, original.end(), found.jpeg.end() - std::ptrdiff_t(tail)));

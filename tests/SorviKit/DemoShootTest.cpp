@@ -1,4 +1,5 @@
 #include "DemoShoot.h"
+#include "TestFiles.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -85,11 +86,18 @@ void checkSpecialFrames(const QList<DemoFrame> &frames)
 
 void checkNames(const QList<DemoFrame> &frames)
 {
-    static const QRegularExpression pattern("^DCIM/(100KSRVI/KSR|101NIKON/DSC)_(\\d{4})\\.JPG$");
+    static const QRegularExpression pattern("^DCIM/(100KSRVI/KSR|101NIKON/DSC)_(\\d{4})\\.(JPG|DNG)$");
     std::map<QString, int> lastNumber;
     for (const DemoFrame &f : frames) {
         const QRegularExpressionMatch match = pattern.match(f.relativePath);
         ASSERT_TRUE(match.hasMatch()) << f.relativePath.toStdString();
+        const QString base = f.relativePath.chopped(4);
+        EXPECT_EQ(match.captured(3) == "DNG", f.files == DemoFrame::Files::raw);
+        EXPECT_EQ(f.rawRelativePath, f.files == DemoFrame::Files::jpeg ? QString() : base + ".DNG");
+        const QStringList files = DemoShoot::relativePaths(f);
+        EXPECT_EQ(files.size(), f.files == DemoFrame::Files::rawAndJpeg ? 2 : 1);
+        EXPECT_EQ(files.last(), f.relativePath);
+        EXPECT_EQ(files.first(), f.files == DemoFrame::Files::jpeg ? f.relativePath : f.rawRelativePath);
         // Each card folder counts up from 1 in shooting order.
         EXPECT_EQ(match.captured(2).toInt(), ++lastNumber[match.captured(1)]);
         EXPECT_EQ(f.camera, f.make == "Canon" ? QString("Canon EOS R6") : QString("NIKON Z 6_2"));
@@ -144,7 +152,8 @@ protected:
     }
     static void TearDownTestSuite() { delete folder; }
 
-    static QString path(const DemoFrame &frame) { return QDir(folder->path()).filePath(frame.relativePath); }
+    static QString path(const QString &relativePath) { return QDir(folder->path()).filePath(relativePath); }
+    static QString path(const DemoFrame &frame) { return path(frame.relativePath); }
     static QByteArray bytes(const QString &file)
     {
         QFile f(file);
@@ -163,11 +172,13 @@ protected:
 TEST_F(DemoShootFiles, WritesExactlyThePlannedFilesWithProgress)
 {
     ASSERT_TRUE(result.ok) << result.error.toStdString();
-    EXPECT_EQ(result.written, count);
+    EXPECT_EQ(result.photos, count);
     QStringList planned;
     for (const DemoFrame &f : frames)
-        planned << f.relativePath;
+        planned << DemoShoot::relativePaths(f);
     planned.sort();
+    EXPECT_EQ(result.written, planned.size());
+    EXPECT_TRUE(planned.filter(".DNG").size() > 0 && planned.filter(".JPG").size() < count);
     EXPECT_EQ(filesUnder(folder->path()), planned);
 
     ASSERT_FALSE(progress.isEmpty());
@@ -205,12 +216,31 @@ QDateTime captureTimeIn(const Exiv2::ExifData &exif)
     return local.addMSecs(hundredths * 10).toUTC();
 }
 
+void checkExif(Exiv2::ExifData exif, const DemoFrame &f) // by value: operator[] is not const
+{
+    EXPECT_EQ(text(exif, "Exif.Image.Make"), f.make.toStdString());
+    EXPECT_EQ(text(exif, "Exif.Image.Model"), f.model.toStdString());
+    EXPECT_EQ(text(exif, "Exif.Photo.LensModel"), f.lens.toStdString());
+    EXPECT_EQ(captureTimeIn(exif), f.captureTime);
+    EXPECT_EQ(text(exif, "Exif.Photo.ExposureTime"), "1/" + std::to_string(f.exposureDenominator));
+    EXPECT_NEAR(exif["Exif.Photo.FNumber"].toFloat(), f.fNumber, 0.01);
+    EXPECT_EQ(exif["Exif.Photo.ISOSpeedRatings"].toLong(), f.iso);
+    EXPECT_EQ(exif["Exif.Photo.FocalLength"].toLong(), f.focalLengthMm);
+    EXPECT_EQ(exif["Exif.Image.Orientation"].toLong(), f.orientation);
+    EXPECT_EQ(exif["Exif.Photo.PixelXDimension"].toLong(), f.width);
+    EXPECT_EQ(exif["Exif.Photo.PixelYDimension"].toLong(), f.height);
+}
+
 TEST_F(DemoShootFiles, EveryFileDecodesAndCarriesItsMetadata)
 {
     const auto previousLevel = Exiv2::LogMsg::level();
     Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute); // the damaged file is meant to make Exiv2 complain
     for (const DemoFrame &f : frames) {
         SCOPED_TRACE(f.relativePath.toStdString());
+        if (!f.rawRelativePath.isEmpty()) // the RAW's own structure is DemoRawTest's subject
+            checkExif(exifOf(path(f.rawRelativePath)), f);
+        if (f.files == DemoFrame::Files::raw)
+            continue;
         const QImage image(path(f));
         EXPECT_EQ(image.size(), QSize(f.width, f.height));
         Exiv2::ExifData exif = exifOf(path(f));
@@ -219,17 +249,7 @@ TEST_F(DemoShootFiles, EveryFileDecodesAndCarriesItsMetadata)
             EXPECT_EQ(text(exif, "Exif.Photo.DateTimeOriginal"), "(missing)");
             continue;
         }
-        EXPECT_EQ(text(exif, "Exif.Image.Make"), f.make.toStdString());
-        EXPECT_EQ(text(exif, "Exif.Image.Model"), f.model.toStdString());
-        EXPECT_EQ(text(exif, "Exif.Photo.LensModel"), f.lens.toStdString());
-        EXPECT_EQ(captureTimeIn(exif), f.captureTime);
-        EXPECT_EQ(text(exif, "Exif.Photo.ExposureTime"), "1/" + std::to_string(f.exposureDenominator));
-        EXPECT_NEAR(exif["Exif.Photo.FNumber"].toFloat(), f.fNumber, 0.01);
-        EXPECT_EQ(exif["Exif.Photo.ISOSpeedRatings"].toLong(), f.iso);
-        EXPECT_EQ(exif["Exif.Photo.FocalLength"].toLong(), f.focalLengthMm);
-        EXPECT_EQ(exif["Exif.Image.Orientation"].toLong(), f.orientation);
-        EXPECT_EQ(exif["Exif.Photo.PixelXDimension"].toLong(), f.width);
-        EXPECT_EQ(exif["Exif.Photo.PixelYDimension"].toLong(), f.height);
+        checkExif(exif, f);
         const Exiv2::DataBuf thumb = Exiv2::ExifThumbC(exif).copy();
         const QImage thumbnail = QImage::fromData(thumb.pData_, int(thumb.size_));
         EXPECT_EQ(std::max(thumbnail.width(), thumbnail.height()), 160);
@@ -265,11 +285,36 @@ double meanLuminance(const QImage &image, int top, int bottom)
     return sum / ((bottom - top) * image.width());
 }
 
+// The picture a viewer shows: the JPEG, or for a RAW-only frame the largest preview its
+// DNG lists, found through the metadata library rather than our own reading.
+QImage pictureOf(const QString &file)
+{
+    if (!file.endsWith(".DNG"))
+        return QImage(file);
+    const Exiv2::ExifData exif = exifOf(file);
+    const QByteArray bytes = TestFiles::read(file);
+    QImage largest;
+    for (const char *group : {"SubImage1", "SubImage2", "SubImage3", "SubImage4"}) {
+        const std::string prefix = std::string("Exif.") + group + ".";
+        const auto offset = exif.findKey(Exiv2::ExifKey(prefix + "StripOffsets"));
+        const auto length = exif.findKey(Exiv2::ExifKey(prefix + "StripByteCounts"));
+        const auto compression = exif.findKey(Exiv2::ExifKey(prefix + "Compression"));
+        const bool isJpeg = compression != exif.end() && compression->toLong() == 7;
+        if (!isJpeg || offset == exif.end() || length == exif.end())
+            continue;
+        const QImage preview = QImage::fromData(bytes.mid(offset->toLong(), length->toLong()));
+        if (preview.width() * preview.height() > largest.width() * largest.height())
+            largest = preview;
+    }
+    return largest;
+}
+
 TEST_F(DemoShootFiles, BlurredFramesLackDetailAndSidewaysFramesTurnUpright)
 {
     double sharpest = 0, softestSharp = 1e9, blurredMost = 0;
     for (const DemoFrame &f : frames) {
-        QImage image(path(f));
+        QImage image = pictureOf(path(f));
+        EXPECT_EQ(image.size(), QSize(f.width, f.height)) << f.relativePath.toStdString();
         ASSERT_FALSE(image.isNull());
         const double variance = laplacianVariance(image);
         if (f.blurred)
@@ -292,24 +337,29 @@ TEST_F(DemoShootFiles, SameCountGivesIdenticalBytesAndNeverOverwrites)
     ASSERT_TRUE(DemoShoot::write(second.path(), count).ok);
     QMap<QString, QByteArray> before;
     for (const DemoFrame &f : frames) {
-        before[f.relativePath] = bytes(path(f));
-        EXPECT_EQ(before[f.relativePath], bytes(QDir(second.path()).filePath(f.relativePath)))
-            << f.relativePath.toStdString();
+        for (const QString &file : DemoShoot::relativePaths(f)) {
+            before[file] = bytes(path(file));
+            EXPECT_EQ(before[file], bytes(QDir(second.path()).filePath(file))) << file.toStdString();
+        }
     }
 
     const DemoShoot::WriteResult again = DemoShoot::write(folder->path(), count);
     EXPECT_FALSE(again.ok);
     EXPECT_EQ(again.written, 0);
     EXPECT_TRUE(again.error.contains(frames.first().relativePath)) << again.error.toStdString();
-    for (const DemoFrame &f : frames)
-        EXPECT_EQ(bytes(path(f)), before[f.relativePath]) << f.relativePath.toStdString();
+    for (auto it = before.cbegin(); it != before.cend(); ++it)
+        EXPECT_EQ(bytes(path(it.key())), it.value()) << it.key().toStdString();
 }
 
 TEST(DemoShootWrite, RefusesAnyClashAndReportsFolderErrors)
 {
     QTemporaryDir dir;
     const QList<DemoFrame> frames = DemoShoot::plan(DemoShoot::minimumCount);
-    const QString clash = QDir(dir.path()).filePath(frames.last().relativePath);
+    // The last planned RAW: a clash with any file of the shoot, not only its JPEGs, stops it.
+    const auto lastRaw = std::find_if(frames.rbegin(), frames.rend(),
+                                      [](const DemoFrame &f) { return !f.rawRelativePath.isEmpty(); });
+    ASSERT_NE(lastRaw, frames.rend());
+    const QString clash = QDir(dir.path()).filePath(lastRaw->rawRelativePath);
     ASSERT_TRUE(QDir().mkpath(QFileInfo(clash).path()));
     QFile mine(clash);
     ASSERT_TRUE(mine.open(QIODevice::WriteOnly) && mine.write("mine") == 4);
@@ -317,7 +367,7 @@ TEST(DemoShootWrite, RefusesAnyClashAndReportsFolderErrors)
 
     const DemoShoot::WriteResult refused = DemoShoot::write(dir.path(), DemoShoot::minimumCount);
     EXPECT_FALSE(refused.ok);
-    EXPECT_TRUE(refused.error.contains(frames.last().relativePath)) << refused.error.toStdString();
+    EXPECT_TRUE(refused.error.contains(lastRaw->rawRelativePath)) << refused.error.toStdString();
     QFile check(clash);
     ASSERT_TRUE(check.open(QIODevice::ReadOnly));
     EXPECT_EQ(check.readAll(), "mine");
