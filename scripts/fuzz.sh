@@ -34,8 +34,14 @@ for target in fuzz_candidates fuzz_extract; do
   work="$build/work-$target"
   rm -rf "$work" && mkdir -p "$work"
   echo "== $target for ${seconds}s"
+  status=0
   "$build/fuzz/$target" "$work" "$seeds" -max_total_time="$seconds" -max_len=65536 \
-    -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$build/$target-" 2>&1 \
-    | grep -E "^(Done|stat::number_of_executed_units|stat::peak_rss_mb|==[0-9]+==ERROR|SUMMARY)" || true
-  test "${PIPESTATUS[0]}" -eq 0
+    -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$build/$target-" \
+    > "$build/$target.log" 2>&1 || status=$?
+  if [ "$status" -ne 0 ]; then
+    tail -n 60 "$build/$target.log"
+    echo "fuzz: $target failed (exit $status); the input is saved as $build/$target-*"
+    exit 1
+  fi
+  grep -E "^(Done|stat::number_of_executed_units|stat::peak_rss_mb)" "$build/$target.log"
 done
