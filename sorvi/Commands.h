@@ -9,6 +9,7 @@ int scan(const QStringList &args);
 int ratings(const QStringList &args);
 int rate(const QStringList &args);
 int demo(const QStringList &args);
+int check(const QStringList &args);
 int handoff(const QStringList &args);
 int putBack(const QStringList &args);
 int previews(const QStringList &args);

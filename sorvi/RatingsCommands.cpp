@@ -2,6 +2,7 @@
 #include "CommandLine.h"
 #include "Commands.h"
 #include "FileNameOrder.h"
+#include "FolderShots.h"
 #include "ShotScanner.h"
 #include "Terminal.h"
 #include "XMPSidecar.h"
@@ -21,16 +22,6 @@ QString ratingText(const Rating &rating)
     if (rating.label != Rating::Label::none)
         parts << Rating::rawValue(rating.label);
     return parts.join(QStringLiteral(" · "));
-}
-
-std::optional<QString> existingFolder(const QString &path)
-{
-    const QFileInfo info(path);
-    if (!info.isDir()) {
-        Terminal::printErr(QStringLiteral("sorvi: %1 is not a folder\n").arg(path));
-        return std::nullopt;
-    }
-    return info.canonicalFilePath();
 }
 
 // Applies the requested changes to `rating`; false (with a message) on a bad value.
@@ -89,7 +80,7 @@ int Commands::ratings(const QStringList &args)
         Terminal::printErr(QStringLiteral("usage: sorvi ratings FOLDER [--json]\n"));
         return 2;
     }
-    const auto folder = existingFolder(line.positional().first());
+    const auto folder = FolderShots::existingFolder(line.positional().first());
     if (!folder)
         return 1;
     Catalog catalog(*folder);
@@ -116,7 +107,7 @@ int Commands::rate(const QStringList &args)
                                           "[--label Red|Yellow|Green|Blue|Purple|none]\n"));
         return 2;
     }
-    const auto folder = existingFolder(line.positional().at(0));
+    const auto folder = FolderShots::existingFolder(line.positional().at(0));
     if (!folder)
         return 1;
     const QString id = line.positional().at(1);

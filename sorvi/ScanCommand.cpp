@@ -1,9 +1,8 @@
 #include "Bursts.h"
 #include "CommandLine.h"
 #include "Commands.h"
-#include "DetailReader.h"
+#include "FolderShots.h"
 #include "JsonText.h"
-#include "ShotScanner.h"
 #include "Terminal.h"
 
 #include <QDir>
@@ -99,23 +98,16 @@ int Commands::scan(const QStringList &args)
         Terminal::printErr(QStringLiteral("usage: sorvi scan FOLDER [--json]\n"));
         return 2;
     }
-    const QFileInfo info(line.positional().first());
-    if (!info.isDir()) {
-        Terminal::printErr(QStringLiteral("sorvi: %1 is not a folder\n").arg(line.positional().first()));
+    const std::optional<QString> folder = FolderShots::existingFolder(line.positional().first());
+    if (!folder)
         return 1;
-    }
-    const QString folder = info.canonicalFilePath();
     Terminal::ProgressLine progress;
-    progress.show(QStringLiteral("Listing %1…").arg(folder));
-    QList<Shot> shots = ShotScanner::list(folder);
-    shots = DetailReader::readAll(shots, [&progress](qsizetype done, qsizetype total) {
-        progress.show(QStringLiteral("Reading details %1 of %2").arg(done).arg(total));
-    });
+    const QList<Shot> shots = FolderShots::withDetails(*folder, progress);
     progress.clear();
     const QList<QStringList> bursts = Bursts::group(shots, 1.0);
     if (line.has(QStringLiteral("--json")))
-        printJson(folder, shots, bursts);
+        printJson(*folder, shots, bursts);
     else
-        printText(folder, shots, bursts);
+        printText(*folder, shots, bursts);
     return 0;
 }

@@ -22,6 +22,8 @@ const char *const usage =
     "  preview PATH... [--max N] --out DIR\n"
     "                                    write each shot's preview, upright, long side at most N\n"
     "                                    (default 1024), as DIR/<name>.jpg\n"
+    "  check FOLDER [--json]             check sharpness, faces and closed eyes of every shot not yet\n"
+    "                                    checked; print the results, soft shots and each burst's best\n"
     "  demo DIR [--count N]              write a generated demo shoot into DIR\n"
     "  handoff FOLDER [--sidecars] [--flags-list] [--copy DEST [--what picks|rated|all]]\n"
     "       [--remove-location] [--move-rejects] [--sidecar-folder DIR]\n"
@@ -42,6 +44,7 @@ int main(int argc, char *argv[])
         {"ratings", Commands::ratings},
         {"rate", Commands::rate},
         {"demo", Commands::demo},
+        {"check", Commands::check},
         {"handoff", Commands::handoff},
         {"put-back", Commands::putBack},
         {"previews", Commands::previews},

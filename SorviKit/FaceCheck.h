@@ -1,0 +1,83 @@
+#pragma once
+
+#include <QImage>
+#include <QPointF>
+#include <QString>
+
+#include <functional>
+#include <optional>
+#include <vector>
+
+class FaceModels;
+
+/// What the face check found in one picture.
+struct FaceFindings {
+    /// Faces at least `FaceCheck::minimumFaceWidth` of the picture wide.
+    int faces = 0;
+    /// Of those, the faces with both eyes closed.
+    int eyesClosed = 0;
+    /// The best face quality (0…1, see FaceCheck::check) among all faces found, the narrow
+    /// ones too; absent when no face was found.
+    std::optional<double> faceQuality;
+    /// A diagnostic line: "[%.2f/%.2f w%.2f]" for each face found with both eyes located
+    /// (image-left eye's openness, image-right eye's openness, box width as a fraction of
+    /// the picture width), separated by spaces; empty when there is none.
+    QString eyeReport;
+
+    friend bool operator==(const FaceFindings &, const FaceFindings &) = default;
+};
+
+/// Counts faces and faces with closed eyes, and rates how well faces were caught.
+namespace FaceCheck {
+
+/// Faces narrower than this fraction of the picture width are not counted (too small to judge
+/// their eyes) but still give a face quality.
+constexpr double minimumFaceWidth = 0.04;
+/// An eye whose openness is below this is closed when only the working picture's landmarks
+/// can judge it.
+constexpr double opennessThreshold = 0.12;
+
+/// Checks one shot. `working`: the shot's preview, about 1024 pixels on its long side,
+/// already upright, any format. `larger`: called at most once, and only when a face of at
+/// least the minimum width was found; it may yield the same shot at about 2048 pixels,
+/// upright (with the same proportions), for the eye test; without it, or when it throws
+/// or does not match, the working picture is used.
+///
+/// Faces are found on the working picture (dlib's HOG detector on the picture doubled) and
+/// each gets 68 landmarks and a quality. Eyes are then judged on the larger picture: an eye
+/// is closed when its landmark aspect ratio says so (see eyeClosed), using OpenCV's open-eye
+/// cascade as the second witness. When that pass judges no face (without the eye cascade,
+/// or when no landmarks are found there), the working picture's landmark openness decides
+/// (both eyes below opennessThreshold).
+///
+/// Face quality ranks captures of the same face (the better frame of a burst scores higher);
+/// it is not comparable between different people. It is
+///   0.40 · sharpness + 0.25 · eyes open + 0.20 · frontal pose + 0.15 · size,
+/// each term in 0…1: sharpness v / (v + 100) where v is the variance of the Laplacian of the
+/// face box scaled to 128 pixels wide; eyes open (mean aspect ratio − 0.15) / 0.15; pose the
+/// balance of the nose tip between the two sides of the jaw; size the box width / 10 % of
+/// the picture width. All clamped to 0…1.
+///
+/// Thread-safe; callable from many threads at once; blocking (a few hundred ms); never
+/// throws. Without the face models (see FaceModels::shared) it finds nothing.
+FaceFindings check(const QImage &working, const std::function<std::optional<QImage>()> &larger);
+
+/// The same check with the given models instead of the shared ones.
+FaceFindings check(const FaceModels &models, const QImage &working,
+                   const std::function<std::optional<QImage>()> &larger);
+
+/// Openness of an eye from its landmark points: (max y − min y) / (max x − min x); 1 when
+/// there are no points or max x <= min x.
+double openness(const std::vector<QPointF> &points);
+
+/// The eye aspect ratio of six eye landmarks in the 68-point order (outer corner, two upper
+/// lid points, inner corner, two lower lid points): (|p1 − p5| + |p2 − p4|) / (2 |p0 − p3|).
+/// Unlike openness it uses only the lid points, so a tilted head does not open the eye.
+/// 1 when there are not six points or the corners coincide.
+double eyeAspectRatio(const std::vector<QPointF> &points);
+
+/// Whether the eye pass counts an eye as closed: its aspect ratio is below 0.15, or below
+/// 0.20 (the usual blink threshold) while the open-eye cascade does not see it.
+bool eyeClosed(double aspectRatio, bool openEyeSeen);
+
+} // namespace FaceCheck

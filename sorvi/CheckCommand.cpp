@@ -1,0 +1,136 @@
+#include "AssessmentStore.h"
+#include "Assessor.h"
+#include "Bursts.h"
+#include "Catalog.h"
+#include "CheckRun.h"
+#include "CommandLine.h"
+#include "Commands.h"
+#include "FolderShots.h"
+#include "JsonText.h"
+#include "PreviewLoader.h"
+#include "Terminal.h"
+
+namespace {
+
+// Nothing is shown twice in one run, so the cache only has to hold what a few workers
+// are looking at.
+constexpr qint64 commandCacheBytes = 256'000'000;
+
+struct Marks {
+    QList<QStringList> bursts;
+    QSet<QString> soft;
+    QSet<QString> best;
+};
+
+QByteArray number(double value)
+{
+    return QByteArray::number(value, 'g', 10);
+}
+
+QByteArray idList(const QStringList &ids)
+{
+    QByteArray json;
+    for (const QString &id : ids)
+        json += (json.isEmpty() ? "" : ",") + JsonText::quoted(id);
+    return "[" + json + "]";
+}
+
+// The ids of `marked` in the order the shots are listed.
+QStringList inShotOrder(const QList<Shot> &shots, const QSet<QString> &marked)
+{
+    QStringList ids;
+    for (const Shot &shot : shots)
+        if (marked.contains(shot.id))
+            ids << shot.id;
+    return ids;
+}
+
+void printJson(const QList<Shot> &shots, const QHash<QString, Assessment> &results, const Marks &marks)
+{
+    QByteArray json = "{\"shots\":{";
+    bool first = true;
+    for (const Shot &shot : shots) {
+        const auto it = results.constFind(shot.id);
+        if (it == results.constEnd())
+            continue;
+        json += (first ? "\n" : ",\n") + JsonText::quoted(shot.id) + ":{\"sharpness\":" + number(it->sharpness)
+            + ",\"faces\":" + QByteArray::number(it->faces) + ",\"eyesClosed\":" + QByteArray::number(it->eyesClosed)
+            + ",\"faceQuality\":" + (it->faceQuality ? number(*it->faceQuality) : QByteArray("null")) + "}";
+        first = false;
+    }
+    QByteArray bursts;
+    for (const QStringList &burst : marks.bursts)
+        bursts += (bursts.isEmpty() ? "" : ",") + idList(burst);
+    json += "},\n\"soft\":" + idList(inShotOrder(shots, marks.soft)) + ",\n\"bursts\":[" + bursts
+        + "],\n\"bestOfBurst\":" + idList(inShotOrder(shots, marks.best)) + "}\n";
+    Terminal::printOut(QString::fromUtf8(json));
+}
+
+void printText(const QList<Shot> &shots, const QHash<QString, Assessment> &results, const Marks &marks)
+{
+    for (const Shot &shot : shots) {
+        const auto it = results.constFind(shot.id);
+        if (it == results.constEnd()) {
+            Terminal::printOut(shot.id + QStringLiteral("\n    not checked: its picture could not be read\n"));
+            continue;
+        }
+        QStringList facts{QStringLiteral("sharpness %1").arg(it->sharpness, 0, 'f', 1),
+                          Terminal::counted(it->faces, QStringLiteral("face")),
+                          QStringLiteral("eyes closed %1").arg(it->eyesClosed)};
+        facts << (it->faceQuality ? QStringLiteral("face quality %1").arg(*it->faceQuality, 0, 'f', 2)
+                                  : QStringLiteral("no face quality"));
+        if (marks.soft.contains(shot.id))
+            facts << QStringLiteral("soft");
+        if (marks.best.contains(shot.id))
+            facts << QStringLiteral("best of its burst");
+        Terminal::printOut(shot.id + QStringLiteral("\n    ") + facts.join(QStringLiteral(" · ")) + QLatin1Char('\n'));
+    }
+    const QStringList soft = inShotOrder(shots, marks.soft);
+    Terminal::printOut(QStringLiteral("Soft: %1\n").arg(soft.isEmpty() ? QStringLiteral("none") : soft.join(", ")));
+    for (qsizetype i = 0; i < marks.bursts.size(); ++i) {
+        const QStringList best = inShotOrder(shots, QSet<QString>(marks.best).intersect(
+                                                        QSet<QString>(marks.bursts[i].begin(), marks.bursts[i].end())));
+        Terminal::printOut(QStringLiteral("Burst %1: %2 · best: %3\n")
+                               .arg(i + 1)
+                               .arg(marks.bursts[i].join(", "), best.isEmpty() ? QStringLiteral("not decided") : best.first()));
+    }
+}
+
+} // namespace
+
+int Commands::check(const QStringList &args)
+{
+    const CommandLine line(args, {QStringLiteral("--json")}, {});
+    if (!line.isValid() || line.positional().size() != 1) {
+        Terminal::printErr(QStringLiteral("usage: sorvi check FOLDER [--json]\n"));
+        return 2;
+    }
+    const std::optional<QString> folder = FolderShots::existingFolder(line.positional().first());
+    if (!folder)
+        return 1;
+    Terminal::ProgressLine progress;
+    const QList<Shot> shots = FolderShots::withDetails(*folder, progress);
+    AssessmentStore store(*folder, Catalog::defaultDirectory());
+    PreviewLoader loader(commandCacheBytes);
+    const CheckRun::Outcome outcome = CheckRun::checkPending(shots, store, loader, [&](int done, int total) {
+        progress.show(QStringLiteral("Checking sharpness and eyes %1 of %2").arg(done).arg(total));
+    });
+    progress.clear();
+
+    const QHash<QString, Assessment> results = store.results();
+    Marks marks;
+    marks.bursts = Bursts::group(shots, 1.0);
+    marks.soft = Assessor::soft(results, 0.1);
+    marks.best = Assessor::bestOfBursts(marks.bursts, results);
+    if (line.has(QStringLiteral("--json")))
+        printJson(shots, results, marks);
+    else
+        printText(shots, results, marks);
+    Terminal::printErr(QStringLiteral("%1 checked now, %2 stored from before%3\n")
+                           .arg(Terminal::counted(outcome.checked, QStringLiteral("photo")))
+                           .arg(results.size() - outcome.checked)
+                           .arg(outcome.unreadable.isEmpty()
+                                    ? QString()
+                                    : QStringLiteral(", %1 could not be read").arg(outcome.unreadable.size())));
+    return 0;
+}
