@@ -101,7 +101,7 @@ Size scaledSize(Size stored, int longSide)
     return best;
 }
 
-std::optional<Bitmap> decode(std::span<const std::uint8_t> jpeg, int longSide)
+std::optional<Bitmap> decode(std::span<const std::uint8_t> jpeg, int longSide, Size *storedOut)
 {
     const Handle owner = decompressor();
     tjhandle handle = owner.get();
@@ -123,6 +123,8 @@ std::optional<Bitmap> decode(std::span<const std::uint8_t> jpeg, int longSide)
                                      TJPF_BGRX, TJFLAG_LIMITSCANS);
     if (!decoded(status, handle))
         return std::nullopt;
+    if (storedOut)
+        *storedOut = *stored;
     return bitmap;
 }
 

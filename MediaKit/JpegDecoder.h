@@ -29,8 +29,9 @@ Size scaledSize(Size stored, int longSide);
 
 /// Decodes `jpeg` at scaledSize(storedSize, longSide). Pictures that decode with only a
 /// warning (a cut-off tail, extraneous bytes) count as decoded: the decoder fills what is
-/// missing. Nothing when the data cannot be decoded.
-std::optional<Bitmap> decode(std::span<const std::uint8_t> jpeg, int longSide);
+/// missing. Nothing when the data cannot be decoded. `stored`, when given, receives the
+/// stored size read from the header, so callers need not read it again.
+std::optional<Bitmap> decode(std::span<const std::uint8_t> jpeg, int longSide, Size *stored = nullptr);
 
 /// The EXIF orientation (1–8) stored in the first APP1 Exif segment of `jpeg`, read
 /// without a metadata library; 1 when there is none or it is unreadable.

@@ -221,16 +221,21 @@ Found extract(std::span<const std::uint8_t> bytes, bool keepDetails)
     for (const Candidate &candidate : candidates(bytes)) {
         const Bytes cut = bytes.subspan(std::size_t(candidate.start),
                                         std::size_t(candidate.end - candidate.start));
-        std::vector<std::uint8_t> jpeg(cut.begin(), cut.end());
+        // Only a cut picture needs a copy (to close it); the others decode in place and
+        // are copied once accepted.
+        std::vector<std::uint8_t> closed;
         if (candidate.incomplete) {
             if (!headerIsWhole(cut))
                 continue;
+            closed.assign(cut.begin(), cut.end());
             if (!endsWithEOI(cut))
-                jpeg.insert(jpeg.end(), {0xFF, 0xD9});
+                closed.insert(closed.end(), {0xFF, 0xD9});
         }
+        const Bytes jpeg = candidate.incomplete ? Bytes(closed) : cut;
         if (!JpegDecoder::decode(jpeg, 64))
             continue;
-        Found found{std::move(jpeg), candidate.width, candidate.height, candidate.incomplete, false};
+        Found found{candidate.incomplete ? std::move(closed) : std::vector<std::uint8_t>(cut.begin(), cut.end()),
+                    candidate.width, candidate.height, candidate.incomplete, false};
         if (keepDetails) {
             if (auto withDetails = copyingDetails(bytes, found.jpeg)) {
                 found.jpeg = std::move(*withDetails);

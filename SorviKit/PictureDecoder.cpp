@@ -1,5 +1,6 @@
 #include "PictureDecoder.h"
 #include "HeifDecoder.h"
+#include "ShotScanner.h"
 
 #include "ByteKit/DeviceError.h"
 #include "ByteKit/MappedFile.h"
@@ -33,8 +34,12 @@ void freeBuffer(void *buffer)
     delete static_cast<std::vector<std::uint8_t> *>(buffer);
 }
 
+// Every file the scanner files as RAW goes to LibRaw, and so does the generic ".raw"
+// that only the preview finder lists.
 bool hasRawExtension(const QString &path)
 {
+    if (ShotScanner::isRawFile(path))
+        return true;
     const std::string suffix = QFileInfo(path).suffix().toLower().toStdString();
     const auto &raw = RAWPreview::extensions();
     return std::find(raw.begin(), raw.end(), suffix) != raw.end();
@@ -53,12 +58,11 @@ QImage quarterTurn(const QImage &image, int degrees)
 
 std::optional<ShotPreview> jpegThumbnail(Bytes bytes, int maxPixels)
 {
-    const std::optional<JpegDecoder::Size> stored = JpegDecoder::storedSize(bytes);
-    const std::optional<QImage> image = stored ? decodeJpeg(bytes, maxPixels) : std::nullopt;
+    QSize stored;
+    const std::optional<QImage> image = decodeJpeg(bytes, maxPixels, &stored);
     if (!image)
         return std::nullopt;
-    return described(turned(*image, JpegDecoder::exifOrientation(bytes)), "TurboJPEG",
-                     QSize(stored->width, stored->height));
+    return described(turned(*image, JpegDecoder::exifOrientation(bytes)), "TurboJPEG", stored);
 }
 
 std::optional<ShotPreview> heifThumbnail(Bytes bytes, int maxPixels)
@@ -181,10 +185,10 @@ QImage turned(const QImage &image, int orientation)
     }
 }
 
-std::optional<QImage> decodeJpeg(std::span<const std::uint8_t> jpeg, int maxPixels)
+std::optional<QImage> decodeJpeg(std::span<const std::uint8_t> jpeg, int maxPixels, QSize *storedOut)
 {
-    const std::optional<JpegDecoder::Size> stored = JpegDecoder::storedSize(jpeg);
-    std::optional<Bitmap> bitmap = stored ? JpegDecoder::decode(jpeg, maxPixels) : std::nullopt;
+    JpegDecoder::Size stored;
+    std::optional<Bitmap> bitmap = JpegDecoder::decode(jpeg, maxPixels, &stored);
     if (!bitmap || bitmap->empty())
         return std::nullopt;
     const QImage image = toImage(std::move(*bitmap));
@@ -192,7 +196,9 @@ std::optional<QImage> decodeJpeg(std::span<const std::uint8_t> jpeg, int maxPixe
         return std::nullopt;
     // The target follows from the stored size: DCT scaling rounds each side up, which
     // would skew the aspect ratio by a pixel.
-    const QSize target = fittedSize(QSize(stored->width, stored->height), maxPixels);
+    const QSize target = fittedSize(QSize(stored.width, stored.height), maxPixels);
+    if (storedOut)
+        *storedOut = QSize(stored.width, stored.height);
     return image.size() == target ? image : image.scaled(target, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
 }
 

@@ -45,7 +45,7 @@ QImage turned(const QImage &image, int orientation);
 /// The JPEG in `jpeg` decoded with its long side at most `maxPixels`: TurboJPEG's DCT
 /// scaling to the smallest size at least that long, then area averaging. The picture's
 /// own EXIF orientation is not applied. Nothing when it does not decode.
-std::optional<QImage> decodeJpeg(std::span<const std::uint8_t> jpeg, int maxPixels);
+std::optional<QImage> decodeJpeg(std::span<const std::uint8_t> jpeg, int maxPixels, QSize *stored = nullptr);
 
 /// The file at `path` decoded with its long side at most `maxPixels` and turned upright
 /// by the file's own orientation (for HEIF only the turns libheif applies itself), so the

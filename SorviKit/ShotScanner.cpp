@@ -55,6 +55,19 @@ bool isDirectoryEntry(const QString &path, const dirent *entry)
     return lstat(QFile::encodeName(path).constData(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
+// Files of one shot share a key; `order` keeps the keys in the order first seen.
+void addToGroup(QHash<QString, QStringList> &groups, QStringList &order, const QString &key,
+                const QString &path)
+{
+    auto group = groups.find(key);
+    if (group == groups.end()) {
+        group = groups.insert(key, {});
+        order << key;
+    }
+    if (!group->contains(path))
+        group->append(path);
+}
+
 // Recursive walk that skips hidden items and the contents of the skip folders. An
 // unreadable directory contributes nothing.
 void collect(const QString &directory, QHash<QString, QStringList> &groups, QStringList &order,
@@ -76,13 +89,7 @@ void collect(const QString &directory, QHash<QString, QStringList> &groups, QStr
         }
         if (!ShotScanner::allExtensions().contains(lowerSuffix(name)))
             continue;
-        const QString key = relativeStem(path, root).toLower();
-        auto group = groups.find(key);
-        if (group == groups.end()) {
-            group = groups.insert(key, {});
-            order << key;
-        }
-        group->append(path);
+        addToGroup(groups, order, relativeStem(path, root).toLower(), path);
     }
 }
 
@@ -159,6 +166,23 @@ QList<Shot> list(const QString &folder)
 
     std::stable_sort(shots.begin(), shots.end(),
                      [](const Shot &a, const Shot &b) { return FileNameOrder::lessThan(a.id, b.id); });
+    return shots;
+}
+
+QList<Shot> group(const QStringList &files)
+{
+    QHash<QString, QStringList> groups;
+    QStringList order;
+    for (const QString &file : files) {
+        const QString path = QFileInfo(file).absoluteFilePath();
+        addToGroup(groups, order, withoutExtension(path).toLower(), path);
+    }
+    QList<Shot> shots;
+    shots.reserve(order.size());
+    for (const QString &key : std::as_const(order)) {
+        const QStringList &members = groups[key];
+        shots << makeShot(members, QFileInfo(members.first()).absolutePath());
+    }
     return shots;
 }
 

@@ -22,6 +22,12 @@ bool isRenderedFile(const QString &path);
 /// All shots under `folder`, sorted as a file browser sorts, with only id and files filled.
 QList<Shot> list(const QString &folder);
 
+/// The shots that loose files make, grouped as list() groups a folder (same folder and
+/// name without extension, letter case aside; RAW files first) in the order the files
+/// are given; each id is the name without extension. Files are taken as given, whatever
+/// their extension.
+QList<Shot> group(const QStringList &files);
+
 /// A copy of `shot` with capture date, camera, lens, pixel size, orientation, exposure
 /// and byte size filled as far as the files allow. Reads metadata headers only.
 Shot readDetails(const Shot &shot);

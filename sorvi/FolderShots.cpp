@@ -17,6 +17,18 @@ std::optional<QString> existingFolder(const QString &path)
     return info.canonicalFilePath();
 }
 
+std::optional<QString> onlyFolderArgument(const CommandLine &line, const QString &usage, int &exitCode)
+{
+    if (!line.isValid() || line.positional().size() != 1) {
+        Terminal::printErr(usage);
+        exitCode = 2;
+        return std::nullopt;
+    }
+    const std::optional<QString> folder = existingFolder(line.positional().first());
+    exitCode = folder ? 0 : 1;
+    return folder;
+}
+
 QList<Shot> withDetails(const QString &folder, Terminal::ProgressLine &progress)
 {
     progress.show(QStringLiteral("Listing %1…").arg(folder));

@@ -10,11 +10,8 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QHash>
 #include <QImageWriter>
 #include <QSaveFile>
-
-#include <algorithm>
 
 namespace {
 
@@ -54,32 +51,6 @@ void printCandidates(const QString &path, const std::vector<RAWPreview::Candidat
     }
 }
 
-// Loose files group into shots the way the scanner groups a folder: same folder and the
-// same name without extension, letter case aside; RAW files come first.
-QList<Shot> shotsOfFiles(const QStringList &files)
-{
-    QHash<QString, QStringList> groups;
-    QStringList order;
-    for (const QString &file : files) {
-        const QFileInfo info(file);
-        const QString key = (info.absolutePath() + QLatin1Char('/') + info.completeBaseName()).toLower();
-        QStringList &group = groups[key];
-        if (group.isEmpty())
-            order << key;
-        if (!group.contains(info.absoluteFilePath()))
-            group << info.absoluteFilePath();
-    }
-    QList<Shot> shots;
-    for (const QString &key : std::as_const(order)) {
-        QStringList group = groups.value(key);
-        std::stable_sort(group.begin(), group.end(), [](const QString &a, const QString &b) {
-            return ShotScanner::isRawFile(a) && !ShotScanner::isRawFile(b);
-        });
-        shots << Shot(QFileInfo(group.first()).completeBaseName(), group);
-    }
-    return shots;
-}
-
 // The shots of every path: folders are scanned, files grouped. A path that does not
 // exist is reported and leaves `ok` false.
 QList<Shot> shotsOf(const QStringList &paths, bool &ok)
@@ -97,7 +68,7 @@ QList<Shot> shotsOf(const QStringList &paths, bool &ok)
             ok = false;
         }
     }
-    return shots + shotsOfFiles(files);
+    return shots + ShotScanner::group(files);
 }
 
 bool writeJpeg(const QImage &image, const QString &path)

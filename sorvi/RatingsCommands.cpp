@@ -76,13 +76,11 @@ void adoptSidecarRatings(Catalog &catalog, const QList<Shot> &shots)
 int Commands::ratings(const QStringList &args)
 {
     const CommandLine line(args, {QStringLiteral("--json")}, {});
-    if (!line.isValid() || line.positional().size() != 1) {
-        Terminal::printErr(QStringLiteral("usage: sorvi ratings FOLDER [--json]\n"));
-        return 2;
-    }
-    const auto folder = FolderShots::existingFolder(line.positional().first());
+    int status = 0;
+    const std::optional<QString> folder =
+        FolderShots::onlyFolderArgument(line, QStringLiteral("usage: sorvi ratings FOLDER [--json]\n"), status);
     if (!folder)
-        return 1;
+        return status;
     Catalog catalog(*folder);
     adoptSidecarRatings(catalog, ShotScanner::list(*folder));
     const QHash<QString, Rating> ratings = catalog.ratings();

@@ -94,13 +94,11 @@ void printText(const QString &folder, const QList<Shot> &shots, const QList<QStr
 int Commands::scan(const QStringList &args)
 {
     const CommandLine line(args, {QStringLiteral("--json")}, {});
-    if (!line.isValid() || line.positional().size() != 1) {
-        Terminal::printErr(QStringLiteral("usage: sorvi scan FOLDER [--json]\n"));
-        return 2;
-    }
-    const std::optional<QString> folder = FolderShots::existingFolder(line.positional().first());
+    int status = 0;
+    const std::optional<QString> folder =
+        FolderShots::onlyFolderArgument(line, QStringLiteral("usage: sorvi scan FOLDER [--json]\n"), status);
     if (!folder)
-        return 1;
+        return status;
     Terminal::ProgressLine progress;
     const QList<Shot> shots = FolderShots::withDetails(*folder, progress);
     progress.clear();

@@ -59,6 +59,20 @@ TEST(ShotScannerTest, ListsPairsAndOrdersLikeAFileBrowser)
     EXPECT_TRUE(ShotScanner::list(root + "/notes.txt").isEmpty());
 }
 
+TEST(ShotScannerTest, LooseFilesGroupLikeAFolder)
+{
+    // The same file twice counts once; the RAW leads its pair and gives the id its case.
+    const QStringList files{"/card/a/IMG_1.JPG", "/card/a/img_1.CR2", "/card/a/IMG_2.jpg",
+                            "/card/b/IMG_1.JPG", "/card/a/IMG_1.JPG"};
+    const QList<Shot> shots = ShotScanner::group(files);
+    ASSERT_EQ(shots.size(), 3);
+    EXPECT_EQ(shots[0].id, "img_1");
+    EXPECT_EQ(shots[0].files, (QStringList{"/card/a/img_1.CR2", "/card/a/IMG_1.JPG"}));
+    EXPECT_EQ(shots[1].id, "IMG_2");
+    EXPECT_EQ(shots[2].files, QStringList{"/card/b/IMG_1.JPG"});
+    EXPECT_TRUE(ShotScanner::group({}).isEmpty());
+}
+
 TEST(ShotScannerTest, DamagedFilesOfEveryExtensionKeepDefaults)
 {
     QTemporaryDir dir;
