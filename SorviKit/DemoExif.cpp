@@ -1,12 +1,9 @@
 #include "DemoExif.h"
+#include "JpegEncoder.h"
 
 #include <QMutex>
-#include <QSysInfo>
 
 #include <exiv2/exiv2.hpp>
-#include <turbojpeg.h>
-
-#include <memory>
 
 namespace DemoExif {
 namespace {
@@ -130,33 +127,12 @@ bool damageExif(QByteArray &jpeg)
     return true;
 }
 
-std::optional<QByteArray> encodeJpeg(const QImage &image, int jpegQuality, QString *error)
-{
-    const std::unique_ptr<void, int (*)(tjhandle)> handle(tjInitCompress(), tjDestroy);
-    if (!handle) {
-        *error = QString::fromLocal8Bit(tjGetErrorStr2(nullptr));
-        return std::nullopt;
-    }
-    // RGB32 keeps each pixel as one native-endian 0xffRRGGBB word.
-    const int pixelFormat = QSysInfo::ByteOrder == QSysInfo::LittleEndian ? TJPF_BGRX : TJPF_XRGB;
-    unsigned char *buffer = nullptr;
-    unsigned long size = 0;
-    const int status = tjCompress2(handle.get(), image.constBits(), image.width(), int(image.bytesPerLine()),
-                                   image.height(), pixelFormat, &buffer, &size, TJSAMP_420, jpegQuality, 0);
-    const std::unique_ptr<unsigned char, void (*)(unsigned char *)> owned(buffer, tjFree);
-    if (status != 0) {
-        *error = QString::fromLocal8Bit(tjGetErrorStr2(handle.get()));
-        return std::nullopt;
-    }
-    return QByteArray(reinterpret_cast<const char *>(buffer), qsizetype(size));
-}
-
 std::optional<Encoded> encode(const QImage &image, QString *error)
 {
-    const std::optional<QByteArray> picture = encodeJpeg(image, quality, error);
+    const std::optional<QByteArray> picture = JpegEncoder::encode(image, quality, error);
     const QImage small = image.scaled(thumbnailLongSide, thumbnailLongSide, Qt::KeepAspectRatio,
                                       Qt::SmoothTransformation);
-    const std::optional<QByteArray> thumbnail = picture ? encodeJpeg(small, thumbnailQuality, error) : std::nullopt;
+    const std::optional<QByteArray> thumbnail = picture ? JpegEncoder::encode(small, thumbnailQuality, error) : std::nullopt;
     if (!thumbnail)
         return std::nullopt;
     return Encoded{*picture, *thumbnail, small.size()};

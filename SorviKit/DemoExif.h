@@ -24,10 +24,6 @@ struct Encoded {
     QSize thumbnailSize;
 };
 
-/// Encodes `image` (RGB32) as a baseline 4:2:0 JPEG at `quality` (1–100) without any
-/// metadata. Returns nothing and sets `error` when TurboJPEG fails; safe on any thread.
-std::optional<QByteArray> encodeJpeg(const QImage &image, int quality, QString *error);
-
 /// The picture and thumbnail encodings of the stored picture `image` (RGB32). Returns
 /// nothing and sets `error` when an encoder fails; safe on any thread.
 std::optional<Encoded> encode(const QImage &image, QString *error);

@@ -1,4 +1,5 @@
 #include "DemoRaw.h"
+#include "JpegEncoder.h"
 
 #include <QList>
 #include <QSize>
@@ -295,7 +296,7 @@ std::optional<QByteArray> dngFile(const QImage &image, const DemoExif::Encoded &
                                   const DemoShoot::DemoFrame &frame, QString *error)
 {
     const QImage middle = image.scaled(previewLongSide, previewLongSide, Qt::KeepAspectRatio, Qt::SmoothTransformation);
-    const std::optional<QByteArray> preview = DemoExif::encodeJpeg(middle, previewQuality, error);
+    const std::optional<QByteArray> preview = JpegEncoder::encode(middle, previewQuality, error);
     if (!preview)
         return std::nullopt;
     const Mosaic sensor = mosaic(image);

@@ -14,4 +14,6 @@ int handoff(const QStringList &args);
 int putBack(const QStringList &args);
 int previews(const QStringList &args);
 int preview(const QStringList &args);
+int ask(const QStringList &args);
+int key(const QStringList &args);
 } // namespace Commands

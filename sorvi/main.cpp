@@ -24,6 +24,13 @@ const char *const usage =
     "                                    (default 1024), as DIR/<name>.jpg\n"
     "  check FOLDER [--json]             check sharpness, faces and closed eyes of every shot not yet\n"
     "                                    checked; print the results, soft shots and each burst's best\n"
+    "  ask FOLDER --count N (--preset album|story|portraits|bursts | --request TEXT)\n"
+    "       [--provider anthropic|openai|xai] [--model M] [--endpoint URL] [--yes] [--json]\n"
+    "                                    ask an AI service, with your own key, to choose up to N photos;\n"
+    "                                    the key comes from ANTHROPIC_API_KEY, OPENAI_API_KEY or\n"
+    "                                    XAI_API_KEY when set, else from the keyring\n"
+    "  key set|remove|test PROVIDER      keep, remove or try an AI service's API key (set reads it from\n"
+    "                                    standard input)\n"
     "  demo DIR [--count N]              write a generated demo shoot into DIR\n"
     "  handoff FOLDER [--sidecars] [--flags-list] [--copy DEST [--what picks|rated|all]]\n"
     "       [--remove-location] [--move-rejects] [--sidecar-folder DIR]\n"
@@ -49,6 +56,8 @@ int main(int argc, char *argv[])
         {"put-back", Commands::putBack},
         {"previews", Commands::previews},
         {"preview", Commands::preview},
+        {"ask", Commands::ask},
+        {"key", Commands::key},
     };
     QStringList args = app.arguments().mid(1);
     QTextStream err(stderr);

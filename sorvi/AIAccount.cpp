@@ -1,0 +1,41 @@
+#include "AIAccount.h"
+
+#include "AIKeyStore.h"
+#include "AISettings.h"
+#include "Terminal.h"
+
+namespace AIAccount {
+
+std::optional<AIProvider> provider(const std::optional<QString> &name)
+{
+    if (!name)
+        return AISettings::provider();
+    const std::optional<AIProvider> named = AIProvider::fromRawValue(*name);
+    if (!named)
+        Terminal::printErr(QStringLiteral("sorvi: unknown AI service '%1' (anthropic, openai or xai)\n").arg(*name));
+    return named;
+}
+
+QString environmentVariable(AIProvider provider)
+{
+    return provider.id().toUpper() + QStringLiteral("_API_KEY");
+}
+
+std::optional<AIClient> client(AIProvider provider, const std::optional<QString> &model,
+                               const std::optional<QString> &endpoint, bool environmentKey)
+{
+    std::optional<QString> key;
+    const QByteArray variable = environmentVariable(provider).toLatin1();
+    if (environmentKey && !qEnvironmentVariableIsEmpty(variable.constData()))
+        key = qEnvironmentVariable(variable.constData()).trimmed();
+    else
+        key = AIKeyStore::key(provider);
+    if (!key || key->isEmpty())
+        return std::nullopt;
+    AIClient client(provider, model.value_or(AISettings::model(provider)), *key);
+    if (endpoint)
+        client.endpointOverride = QUrl(*endpoint);
+    return client;
+}
+
+} // namespace AIAccount

@@ -1,0 +1,183 @@
+#include "AIAccount.h"
+#include "AICuller.h"
+#include "AIPreset.h"
+#include "AISettings.h"
+#include "Catalog.h"
+#include "CommandLine.h"
+#include "Commands.h"
+#include "FolderShots.h"
+#include "PreviewLoader.h"
+#include "Terminal.h"
+#include "XMPSidecar.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLocale>
+#include <QTextStream>
+
+#include <variant>
+
+namespace {
+
+const QString usage = QStringLiteral(
+    "usage: sorvi ask FOLDER --count N (--preset album|story|portraits|bursts | --request TEXT)\n"
+    "       [--provider anthropic|openai|xai] [--model M] [--endpoint URL] [--yes] [--json]\n");
+
+// Previews are made one after another and each is kept for a possible second ask, as in
+// the application; 768-pixel pictures are small.
+constexpr qint64 askCacheBytes = 512'000'000;
+
+struct AskOptions {
+    QString folder;
+    int count = 0;
+    QString request;
+    AIProvider provider = AIProvider::anthropic;
+};
+
+// Everything the command line says, or the exit status of a bad one (message printed).
+std::variant<AskOptions, int> parse(const CommandLine &line)
+{
+    const std::optional<QString> preset = line.value(QStringLiteral("--preset"));
+    const std::optional<QString> request = line.value(QStringLiteral("--request"));
+    bool isNumber = false;
+    const int count = line.value(QStringLiteral("--count")).value_or(QString()).toInt(&isNumber);
+    if (!line.isValid() || line.positional().size() != 1 || !isNumber || preset.has_value() == request.has_value()) {
+        Terminal::printErr(usage);
+        return 2;
+    }
+    if (count < 1 || count > 200) {
+        Terminal::printErr(QStringLiteral("sorvi: --count must be between 1 and 200\n"));
+        return 2;
+    }
+    const std::optional<AIPreset::Preset> chosen = preset ? AIPreset::fromName(*preset) : AIPreset::Preset::custom;
+    if (!chosen || (preset && *chosen == AIPreset::Preset::custom)) {
+        Terminal::printErr(QStringLiteral("sorvi: unknown preset '%1' (album, story, portraits or bursts)\n").arg(*preset));
+        return 2;
+    }
+    if (request && request->trimmed().isEmpty()) {
+        Terminal::printErr(QStringLiteral("sorvi: the request is empty\n"));
+        return 2;
+    }
+    const std::optional<AIProvider> provider = AIAccount::provider(line.value(QStringLiteral("--provider")));
+    if (!provider)
+        return 2;
+    const std::optional<QString> folder = FolderShots::existingFolder(line.positional().first());
+    if (!folder)
+        return 1;
+    return AskOptions{*folder, count, request ? *request : AIPreset::requestText(*chosen), *provider};
+}
+
+// The shots that may be sent: every shot not rejected, with the ratings the application
+// would show (sidecar ratings adopted where the catalog has none).
+QList<Shot> sendable(const QString &folder)
+{
+    Terminal::ProgressLine progress;
+    const QList<Shot> shots = FolderShots::withDetails(folder, progress);
+    Catalog catalog(folder);
+    catalog.adopt(XMPSidecar::ratingsOf(shots));
+    const QHash<QString, Rating> ratings = catalog.ratings();
+    QList<Shot> kept;
+    for (const Shot &shot : shots)
+        if (ratings.value(shot.id).flag != Rating::Flag::reject)
+            kept << shot;
+    return kept;
+}
+
+QString grouped(int number)
+{
+    QLocale locale = QLocale::system();
+    locale.setNumberOptions(locale.numberOptions() & ~QLocale::OmitGroupSeparator);
+    return locale.toString(number);
+}
+
+QString summary(qsizetype photos, AIProvider provider)
+{
+    return QStringLiteral("Sends %1 small previews (about %2 pixels wide, rejects left out) to %3 using your key: "
+                          "roughly %4 input tokens. Your originals stay on this computer.\n")
+        .arg(photos)
+        .arg(AICuller::previewPixels)
+        .arg(provider.company(), grouped(AICuller::estimatedTokens(int(photos))));
+}
+
+// Asks once per service, as the application does, and remembers a yes.
+bool consent(AIProvider provider, bool alreadyYes)
+{
+    if (AISettings::consented(provider))
+        return true;
+    if (!alreadyYes) {
+        const QString company = provider.company();
+        Terminal::printErr(
+            QStringLiteral("\nSend previews to %1?\n\n").arg(company)
+            + QStringLiteral("Ask an AI sends small previews (about %1 pixels wide) of the photos you chose, and your "
+                             "request, straight from this computer to %2 using your own API key. Your original files "
+                             "stay on this computer, and nothing goes through Brevand Labs.\n\n")
+                  .arg(AICuller::previewPixels)
+                  .arg(company)
+            + QStringLiteral("%1 handles them under your account with them, and bills you for what you use. You can "
+                             "revoke this in Settings ▸ AI.\n%1's privacy policy: %2\n\nAllow? [y/N] ")
+                  .arg(company, provider.privacyPage().toString()));
+        const QString answer = QTextStream(stdin).readLine().trimmed().toLower();
+        if (answer != QLatin1String("y") && answer != QLatin1String("yes"))
+            return false;
+    }
+    AISettings::setConsent(true, provider);
+    return true;
+}
+
+void printResults(const QList<AIResult> &results, bool json)
+{
+    if (json) {
+        QJsonArray list;
+        for (const AIResult &result : results)
+            list.append(QJsonObject{{"id", result.shotID}, {"reason", result.reason}});
+        Terminal::printOut(QString::fromUtf8(QJsonDocument(list).toJson(QJsonDocument::Indented)));
+        return;
+    }
+    Terminal::printOut(QStringLiteral("%1 chosen\n").arg(Terminal::counted(results.size(), QStringLiteral("photo"))));
+    for (const AIResult &result : results)
+        Terminal::printOut(result.shotID + QStringLiteral("\n    ") + result.reason + QLatin1Char('\n'));
+}
+
+} // namespace
+
+int Commands::ask(const QStringList &args)
+{
+    const CommandLine line(args, {QStringLiteral("--yes"), QStringLiteral("--json")},
+                           {QStringLiteral("--count"), QStringLiteral("--preset"), QStringLiteral("--request"),
+                            QStringLiteral("--provider"), QStringLiteral("--model"), QStringLiteral("--endpoint")});
+    const std::variant<AskOptions, int> parsed = parse(line);
+    if (const int *status = std::get_if<int>(&parsed))
+        return *status;
+    const AskOptions &options = std::get<AskOptions>(parsed);
+    const std::optional<AIClient> client = AIAccount::client(options.provider, line.value(QStringLiteral("--model")),
+                                                             line.value(QStringLiteral("--endpoint")), true);
+    if (!client) {
+        Terminal::printErr(QStringLiteral("sorvi: %1 (or run `sorvi key set %2`, or set %3)\n")
+                               .arg(AIError::noKey().description(), options.provider.id(),
+                                    AIAccount::environmentVariable(options.provider)));
+        return 1;
+    }
+    const QList<Shot> photos = sendable(options.folder);
+    Terminal::printErr(summary(photos.size(), options.provider));
+    if (photos.isEmpty()) {
+        Terminal::printErr(QStringLiteral("sorvi: there are no photos to send\n"));
+        return 1;
+    }
+    if (!consent(options.provider, line.has(QStringLiteral("--yes")))) {
+        Terminal::printErr(QStringLiteral("Nothing was sent.\n"));
+        return 1;
+    }
+    Terminal::printErr(QStringLiteral("Preparing previews…\n"));
+    PreviewLoader previews(askCacheBytes);
+    try {
+        const QList<AIResult> results = AICuller(*client).run(
+            photos, options.request, options.count, previews,
+            [](const QString &status) { Terminal::printErr(status + QLatin1Char('\n')); });
+        printResults(results, line.has(QStringLiteral("--json")));
+    } catch (const AIError &error) {
+        Terminal::printErr(QStringLiteral("sorvi: %1\n").arg(error.description()));
+        return 1;
+    }
+    return 0;
+}

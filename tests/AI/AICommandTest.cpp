@@ -1,0 +1,185 @@
+#include "AIKeyStore.h"
+#include "AISettings.h"
+#include "AITestSupport.h"
+#include "KeyringTest.h"
+#include "ShotScanner.h"
+
+#include <QDir>
+#include <QProcess>
+#include <QSettings>
+#include <QTemporaryDir>
+
+namespace {
+
+struct CommandRun {
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+// Runs the real `sorvi` program in the keyring session, with its own data folder for the
+// catalogs and the given standard input and extra environment.
+class AICommandTest : public KeyringTest {
+protected:
+    CommandRun sorvi(const QStringList &args, const QByteArray &input = {}, const QStringList &environment = {})
+    {
+        QProcess process;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("XDG_DATA_HOME", m_data.path());
+        for (const QString &assignment : environment)
+            env.insert(assignment.section('=', 0, 0), assignment.section('=', 1));
+        process.setProcessEnvironment(env);
+        process.start(SORVI_EXECUTABLE, args);
+        process.write(input);
+        process.closeWriteChannel();
+        process.waitForFinished(180000);
+        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+                QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
+    }
+
+private:
+    QTemporaryDir m_data;
+};
+
+} // namespace
+
+TEST_F(AICommandTest, KeepsTestsAndRemovesAKey)
+{
+    int status = 200;
+    LocalHttpServer server([&status](const HttpRequest &) {
+        return HttpReply{status, AITest::anthropicReply({"{\"picks\":[{\"id\":\"P1\",\"reason\":\"Blue.\"}]}"})};
+    });
+    const QString endpoint = server.url().toString();
+
+    const CommandRun set = sorvi({"key", "set", "anthropic"}, "  sk-ant-cli-42\n");
+    EXPECT_EQ(set.exitCode, 0) << set.err.toStdString();
+    EXPECT_EQ(set.out, "Saved.\n");
+    EXPECT_EQ(AIKeyStore::key(AIProvider::anthropic), QStringLiteral("sk-ant-cli-42"));
+    EXPECT_EQ(filesContaining("sk-ant-cli-42"), QStringList());
+
+    const CommandRun works = sorvi({"key", "test", "anthropic", "--endpoint", endpoint});
+    EXPECT_EQ(works.exitCode, 0) << works.err.toStdString();
+    EXPECT_EQ(works.out, "Works: Anthropic answered with claude-sonnet-5-5.\n");
+    ASSERT_EQ(server.requests().size(), 1);
+    const HttpRequest request = server.requests().first();
+    EXPECT_EQ(request.headers.value("x-api-key"), "sk-ant-cli-42");
+    const AITest::SentPhotos sent = AITest::sentPhotos(request.body);
+    EXPECT_EQ(sent.labels, QStringList{"P1"});
+    const QImage picture = QImage::fromData(sent.jpegs.value(0), "JPEG");
+    EXPECT_EQ(picture.size(), QSize(64, 48));
+    const QColor middle = picture.pixelColor(32, 24);
+    EXPECT_NEAR(middle.red(), 102, 4);
+    EXPECT_NEAR(middle.green(), 153, 4);
+    EXPECT_NEAR(middle.blue(), 230, 4);
+    EXPECT_EQ(sent.requestText, "Request: Pick this photo.\nChoose up to 1 photos. Use only the ids shown.");
+
+    status = 401;
+    const CommandRun refused = sorvi({"key", "test", "anthropic", "--endpoint", endpoint});
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_EQ(refused.err, "The AI service didn't accept the API key. Check it in Settings \u25B8 AI.\n");
+
+    const CommandRun removed = sorvi({"key", "remove", "anthropic"});
+    EXPECT_EQ(removed.out, "Key removed.\n");
+    EXPECT_EQ(AIKeyStore::key(AIProvider::anthropic), std::nullopt);
+    const CommandRun none = sorvi({"key", "test", "anthropic", "--endpoint", endpoint});
+    EXPECT_EQ(none.exitCode, 1);
+    EXPECT_EQ(none.err, "Add your API key in Settings \u25B8 AI first.\n");
+    EXPECT_EQ(server.requests().size(), 2) << "nothing is sent without a key";
+    EXPECT_EQ(sorvi({"key", "set", "gemini"}, "x\n").exitCode, 2);
+}
+
+TEST_F(AICommandTest, AsksAboutARealShootLeavingOutRejects)
+{
+    const QString shoot = QStringLiteral(SORVI_CORPUS_DIR "/shoot");
+    if (!QDir(shoot).exists())
+        GTEST_SKIP() << "the camera corpus is not at " << SORVI_CORPUS_DIR;
+    const QList<Shot> shots = ShotScanner::list(QDir(shoot).canonicalPath());
+    ASSERT_GE(shots.size(), 5);
+    ASSERT_EQ(sorvi({"rate", shoot, shots[1].id, "--reject"}).exitCode, 0);
+
+    LocalHttpServer server([](const HttpRequest &request) {
+        const AITest::SentPhotos sent = AITest::sentPhotos(request.body);
+        return HttpReply{200, AITest::anthropicReply({"Sure:\n```json\n" + AITest::picksJson(sent.labels.mid(0, 3))
+                                                      + "\n```"})};
+    });
+    const QStringList ask{"ask", shoot, "--count", "3", "--preset", "portraits", "--endpoint", server.url().toString(), "--json"};
+    const QStringList key{"ANTHROPIC_API_KEY=sk-from-environment"};
+
+    // Without consent, a "no" sends nothing.
+    const CommandRun declined = sorvi(ask, "n\n", key);
+    EXPECT_EQ(declined.exitCode, 1);
+    EXPECT_TRUE(declined.err.contains("Send previews to Anthropic?")) << declined.err.toStdString();
+    EXPECT_TRUE(declined.err.contains("Nothing was sent."));
+    EXPECT_TRUE(server.requests().isEmpty());
+    EXPECT_FALSE(AISettings::consented(AIProvider::anthropic));
+
+    const CommandRun asked = sorvi(ask, "y\n", key);
+    ASSERT_EQ(asked.exitCode, 0) << asked.err.toStdString();
+    const qsizetype sendable = shots.size() - 1;
+    QLocale grouped = QLocale::c();
+    grouped.setNumberOptions({}); // "27,400"
+    EXPECT_TRUE(asked.err.contains(QStringLiteral("Sends %1 small previews (about 768 pixels wide, rejects left out) to "
+                                                  "Anthropic using your key: roughly %2 input tokens.")
+                                       .arg(sendable)
+                                       .arg(grouped.toString(600 * int(sendable) + 400))))
+        << asked.err.toStdString();
+    // Batches of 40, then, with more than one batch, a final pass over the shortlist.
+    const qsizetype batches = (sendable + 39) / 40;
+    ASSERT_EQ(server.requests().size(), batches == 1 ? 1 : batches + 1);
+    if (batches > 1) {
+        EXPECT_TRUE(asked.err.contains(QStringLiteral("Looking at photos 1\u201340 of %1\u2026").arg(sendable)));
+    }
+    QStringList labels;
+    for (qsizetype b = 0; b < batches; ++b) {
+        const HttpRequest request = server.requests()[b];
+        EXPECT_EQ(request.headers.value("x-api-key"), "sk-from-environment");
+        const AITest::SentPhotos sent = AITest::sentPhotos(request.body);
+        labels += sent.labels;
+        for (const QByteArray &jpeg : sent.jpegs) {
+            const QImage preview = QImage::fromData(jpeg, "JPEG");
+            EXPECT_FALSE(preview.isNull());
+            EXPECT_EQ(std::max(preview.width(), preview.height()), 768);
+        }
+    }
+    ASSERT_EQ(labels.size(), sendable) << "every shot but the rejected one is sent once";
+    EXPECT_EQ(labels.last(), QStringLiteral("P%1").arg(sendable));
+    const AITest::SentPhotos sent = AITest::sentPhotos(server.requests().last().body);
+    EXPECT_EQ(sent.requestText, "Request: The strongest portraits: expression, eyes open and sharp, flattering "
+                                "light.\nChoose up to 3 photos. Use only the ids shown.");
+    // P1, P2, P3 are the first three shots that are not rejected.
+    const QJsonArray picks = QJsonDocument::fromJson(asked.out.toUtf8()).array();
+    ASSERT_EQ(picks.size(), 3) << asked.out.toStdString();
+    EXPECT_EQ(picks[0].toObject().value("id").toString(), shots[0].id);
+    EXPECT_EQ(picks[1].toObject().value("id").toString(), shots[2].id);
+    EXPECT_EQ(picks[2].toObject().value("id").toString(), shots[3].id);
+    EXPECT_EQ(picks[1].toObject().value("reason").toString(), "Chosen: P2");
+    EXPECT_TRUE(AISettings::consented(AIProvider::anthropic));
+
+    // Consent is remembered for Anthropic only.
+    const CommandRun again = sorvi(ask, {}, key);
+    EXPECT_EQ(again.exitCode, 0) << again.err.toStdString();
+    const CommandRun otherService = sorvi(ask + QStringList{"--provider", "openai"}, {}, {"OPENAI_API_KEY=sk-openai"});
+    EXPECT_EQ(otherService.exitCode, 1);
+    EXPECT_TRUE(otherService.err.contains("Send previews to OpenAI?"));
+    EXPECT_EQ(server.requests().size(), 2 * (batches == 1 ? 1 : batches + 1));
+}
+
+TEST_F(AICommandTest, ExplainsWhatIsMissing)
+{
+    QTemporaryDir empty;
+    const CommandRun noKey = sorvi({"ask", empty.path(), "--count", "3", "--preset", "album"});
+    EXPECT_EQ(noKey.exitCode, 1);
+    EXPECT_TRUE(noKey.err.contains("Add your API key in Settings \u25B8 AI first.")) << noKey.err.toStdString();
+    EXPECT_TRUE(noKey.err.contains("ANTHROPIC_API_KEY"));
+
+    const QStringList key{"XAI_API_KEY=xai-env"};
+    const CommandRun nothing = sorvi({"ask", empty.path(), "--count", "3", "--request", "Dogs.", "--provider", "xai"}, {}, key);
+    EXPECT_EQ(nothing.exitCode, 1);
+    EXPECT_TRUE(nothing.err.contains("Sends 0 small previews")) << nothing.err.toStdString();
+
+    for (const QStringList &bad : {QStringList{"ask", empty.path(), "--count", "3"},
+                                   QStringList{"ask", empty.path(), "--count", "0", "--preset", "album"},
+                                   QStringList{"ask", empty.path(), "--count", "3", "--preset", "selfies"},
+                                   QStringList{"ask", empty.path(), "--count", "3", "--preset", "album", "--request", "x"}})
+        EXPECT_EQ(sorvi(bad, {}, key).exitCode, 2) << bad.join(' ').toStdString();
+}
