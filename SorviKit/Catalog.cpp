@@ -100,12 +100,19 @@ QHash<QString, Rating> Catalog::ratings() const
 
 void Catalog::set(const Rating &rating, const QString &id)
 {
+    set(QHash<QString, Rating>{{id, rating}});
+}
+
+void Catalog::set(const QHash<QString, Rating> &ratings)
+{
     {
         QMutexLocker locker(&m_lock);
-        if (rating.isEmpty())
-            m_ratings.remove(id);
-        else
-            m_ratings.insert(id, rating);
+        for (auto it = ratings.constBegin(); it != ratings.constEnd(); ++it) {
+            if (it->isEmpty())
+                m_ratings.remove(it.key());
+            else
+                m_ratings.insert(it.key(), *it);
+        }
     }
     save();
 }

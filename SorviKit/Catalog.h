@@ -29,6 +29,9 @@ public:
     QHash<QString, Rating> ratings() const;
     /// Stores (or, for an empty rating, removes) and saves at once.
     void set(const Rating &rating, const QString &id);
+    /// Stores (or removes) each of `ratings` and saves once, so a change to hundreds of
+    /// shots writes the file once, not hundreds of times.
+    void set(const QHash<QString, Rating> &ratings);
     /// Stores the non-empty ratings of ids that have no entry yet; saves only if any was added.
     void adopt(const QHash<QString, Rating> &ratings);
     void save();

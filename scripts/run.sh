@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh
 cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build build/release -j"$(nproc)" --target sorvi
+cmake --build build/release -j"$(nproc)" --target sorvi kestrane-sorvi
 
 folder=${1:-}
 if [ -z "$folder" ]; then
@@ -15,5 +15,8 @@ if [ -z "$folder" ]; then
     build/release/sorvi/sorvi demo "$folder"
   fi
 fi
-# The window arrives with the browser; until then the shoot is shown as the command-line summary.
+# Without a display the shoot is shown as the command-line summary instead of the window.
+if [ -n "${DISPLAY:-}" ] || [ -n "${WAYLAND_DISPLAY:-}" ]; then
+  exec build/release/KestraneSorvi/kestrane-sorvi "$folder"
+fi
 build/release/sorvi/sorvi scan "$folder"

@@ -1,0 +1,96 @@
+#include "MainWindow.h"
+
+#include "BrowserView.h"
+#include "SorviModel.h"
+#include "WelcomeView.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QDragEnterEvent>
+#include <QFileDialog>
+#include <QMenuBar>
+#include <QStackedWidget>
+
+MainWindow::MainWindow(SorviModel &model, QWidget *parent) : QMainWindow(parent), m_model(model)
+{
+    setObjectName(QStringLiteral("main"));
+    setWindowTitle(QStringLiteral("Kestrane Sorvi"));
+    setUnifiedTitleAndToolBarOnMac(true);
+    setAcceptDrops(true);
+    resize(1240, 820);
+
+    m_pages = new QStackedWidget(this);
+    m_welcome = new WelcomeView(m_model, m_pages);
+    m_browser = new BrowserView(m_model, m_pages);
+    m_pages->addWidget(m_welcome);
+    m_pages->addWidget(m_browser);
+    setCentralWidget(m_pages);
+    buildMenus();
+
+    connect(m_welcome, &WelcomeView::openFolderRequested, this, &MainWindow::chooseFolder);
+    connect(m_welcome, &WelcomeView::folderChosen, &m_model, &SorviModel::open);
+    connect(m_browser, &BrowserView::openFolderRequested, this, &MainWindow::chooseFolder);
+    connect(m_browser, &BrowserView::folderCloseRequested, &m_model, &SorviModel::close);
+    connect(&m_model, &SorviModel::folderChanged, this, &MainWindow::showCurrentPage);
+    showCurrentPage();
+}
+
+QString MainWindow::pickerMessage()
+{
+    return QStringLiteral("Choose a folder of photos, a card, or an Ostrale folder. Sorvi only reads the photos.");
+}
+
+void MainWindow::buildMenus()
+{
+    QMenu *file = menuBar()->addMenu(QStringLiteral("&File"));
+    m_open = file->addAction(QStringLiteral("Open Folder…"), this, &MainWindow::chooseFolder);
+    m_open->setShortcut(QKeySequence::Open);
+    file->addSeparator();
+    QAction *quit = file->addAction(QStringLiteral("Quit"), qApp, &QApplication::closeAllWindows);
+    quit->setShortcut(QKeySequence::Quit);
+
+    // The only undo is the rating undo, so Ctrl+Z undoes the last rating action whatever
+    // has focus; there is no redo.
+    QMenu *edit = menuBar()->addMenu(QStringLiteral("&Edit"));
+    m_undo = edit->addAction(QStringLiteral("Undo"), &m_model, &SorviModel::undo);
+    m_undo->setShortcut(QKeySequence::Undo);
+    m_undo->setShortcutContext(Qt::ApplicationShortcut);
+    m_undo->setEnabled(m_model.canUndo());
+    connect(&m_model, &SorviModel::canUndoChanged, this, [this] { m_undo->setEnabled(m_model.canUndo()); });
+}
+
+void MainWindow::showCurrentPage()
+{
+    const bool hasFolder = !m_model.folder().isEmpty();
+    m_pages->setCurrentWidget(hasFolder ? static_cast<QWidget *>(m_browser) : m_welcome);
+    if (hasFolder)
+        m_browser->setFocus();
+}
+
+void MainWindow::chooseFolder()
+{
+    QFileDialog picker(this, pickerMessage());
+    picker.setFileMode(QFileDialog::Directory);
+    picker.setOption(QFileDialog::ShowDirsOnly);
+    picker.setLabelText(QFileDialog::Accept, QStringLiteral("Open"));
+    if (!m_model.folder().isEmpty())
+        picker.setDirectory(m_model.folder());
+    if (picker.exec() != QDialog::Accepted || picker.selectedFiles().isEmpty())
+        return;
+    m_model.open(picker.selectedFiles().first());
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent *event)
+{
+    if (!WelcomeView::droppedFolder(event->mimeData()).isEmpty())
+        event->acceptProposedAction();
+}
+
+void MainWindow::dropEvent(QDropEvent *event)
+{
+    const QString folder = WelcomeView::droppedFolder(event->mimeData());
+    if (folder.isEmpty())
+        return;
+    event->acceptProposedAction();
+    m_model.open(folder);
+}

@@ -1,0 +1,105 @@
+// Recent folders in the user's defaults, access outside a sandbox, and noticing a card
+// that is mounted or unmounted.
+#include "ModelTestFiles.h"
+#include "MountWatcher.h"
+
+#include <QSettings>
+#include <QSignalSpy>
+
+#include <sched.h>
+#include <sys/mount.h>
+
+using namespace ModelTest;
+
+namespace {
+
+QStringList pathsOf(const QList<RecentFolder> &folders)
+{
+    QStringList paths;
+    for (const RecentFolder &folder : folders)
+        paths << folder.path;
+    return paths;
+}
+
+SorviModel::Options quietOptions()
+{
+    SorviModel::Options options;
+    options.runsChecks = false;
+    return options;
+}
+
+} // namespace
+
+TEST(RecentFolders, EightMostRecentFirstWithoutDuplicatesAndWhetherReachable)
+{
+    QSettings().remove(FolderAccess::recentFoldersKey);
+    ASSERT_FALSE(FolderAccess::isSandboxed());
+    QTemporaryDir dir;
+    QStringList folders;
+    for (int i = 0; i < 9; ++i) {
+        folders << dir.filePath(QString("card %1").arg(i));
+        ASSERT_TRUE(QDir().mkpath(folders.last()));
+    }
+    SorviModel model(quietOptions());
+    QSignalSpy changed(&model, &SorviModel::recentFoldersChanged);
+    ASSERT_TRUE(openAndWait(model, folders[0]));
+    EXPECT_EQ(changed.size(), 1);
+    // Outside a sandbox there is no access to hold.
+    EXPECT_TRUE(model.accessed().isEmpty());
+    for (int i = 1; i < 9; ++i)
+        model.remember(folders[i]);
+    const QStringList newestFirst{folders[8], folders[7], folders[6], folders[5],
+                                  folders[4], folders[3], folders[2], folders[1]};
+    EXPECT_EQ(pathsOf(model.recentFolders()), newestFirst);
+    EXPECT_EQ(QSettings().value(FolderAccess::recentFoldersKey).toStringList(), newestFirst);
+
+    model.remember(folders[4]);
+    model.open(folders[4]);
+    ASSERT_TRUE(waitFor([&] { return !model.loading(); }));
+    const QList<RecentFolder> recent = model.recentFolders();
+    EXPECT_EQ(pathsOf(recent),
+              (QStringList{folders[4], folders[8], folders[7], folders[6], folders[5], folders[3], folders[2],
+                           folders[1]}));
+    EXPECT_TRUE(std::all_of(recent.begin(), recent.end(), [](const RecentFolder &f) { return f.connected; }));
+    EXPECT_TRUE(SorviModel::recentBookmarks().isEmpty());
+
+    // A card taken out is listed but not reachable, and reachable again once it is back.
+    ASSERT_TRUE(QDir().rename(folders[8], folders[8] + " away"));
+    EXPECT_EQ(model.recentFolders()[1], (RecentFolder{folders[8], false}));
+    ASSERT_TRUE(QDir().rename(folders[8] + " away", folders[8]));
+    EXPECT_EQ(model.recentFolders()[1], (RecentFolder{folders[8], true}));
+    QSettings().remove(FolderAccess::recentFoldersKey);
+}
+
+// Needs to mount file systems, which only a privileged process in its own mount
+// namespace may do; everywhere else the test skips.
+TEST(MountWatcherTest, MountingACardRefreshesTheRecentFolders)
+{
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        GTEST_SKIP() << "no permission to make a private mount namespace";
+    QSettings().remove(FolderAccess::recentFoldersKey);
+    QTemporaryDir dir;
+    const QString card = dir.filePath("card"), mountPoint = dir.filePath("media");
+    ASSERT_TRUE(QDir().mkpath(card + "/DCIM"));
+    ASSERT_TRUE(QDir().mkpath(mountPoint));
+    const QByteArray source = QFile::encodeName(card), target = QFile::encodeName(mountPoint);
+
+    SorviModel model(quietOptions());
+    MountWatcher watcher;
+    ASSERT_TRUE(watcher.isWatching());
+    model.remember(mountPoint + "/DCIM");
+    EXPECT_FALSE(model.recentFolders().first().connected);
+
+    QSignalSpy mounts(&watcher, &MountWatcher::mountsChanged);
+    QSignalSpy recent(&model, &SorviModel::recentFoldersChanged);
+    ASSERT_EQ(::mount(source.constData(), target.constData(), nullptr, MS_BIND, nullptr), 0);
+    EXPECT_TRUE(mounts.wait(10000));
+    EXPECT_TRUE(waitFor([&] { return !recent.isEmpty(); }, 10000));
+    EXPECT_TRUE(model.recentFolders().first().connected);
+
+    recent.clear();
+    ASSERT_EQ(::umount(target.constData()), 0);
+    EXPECT_TRUE(waitFor([&] { return !recent.isEmpty(); }, 10000));
+    EXPECT_FALSE(model.recentFolders().first().connected);
+    QSettings().remove(FolderAccess::recentFoldersKey);
+}

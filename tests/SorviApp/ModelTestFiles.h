@@ -1,0 +1,161 @@
+#pragma once
+
+#include "Catalog.h"
+#include "DemoShoot.h"
+#include "ShotScanner.h"
+#include "SorviModel.h"
+#include "TestFiles.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QMap>
+#include <QObject>
+#include <QSemaphore>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+
+inline void PrintTo(const Rating &rating, std::ostream *out)
+{
+    *out << rating.stars << " stars, flag " << Rating::rawValue(rating.flag).toStdString() << ", label \""
+         << Rating::rawValue(rating.label).toStdString() << '"';
+}
+
+/// Folders and waits shared by the model's tests.
+namespace ModelTest {
+
+/// The face check takes about a second a picture in Debug and sanitizer builds.
+inline constexpr int checksTimeoutMs = 600'000;
+inline constexpr int loadTimeoutMs = 120'000;
+
+/// Copies every file below `from` to the same place below `to`.
+inline bool copyTree(const QString &from, const QString &to)
+{
+    const QDir source(from);
+    QDirIterator it(from, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        const QString target = to + QLatin1Char('/') + source.relativeFilePath(path);
+        if (!QDir().mkpath(QFileInfo(target).absolutePath()) || !QFile::copy(path, target))
+            return false;
+    }
+    return true;
+}
+
+/// A fresh copy of the demo shoot of `count` photos at `folder`; each count is drawn
+/// once per run.
+inline QString demoShoot(const QString &folder, int count)
+{
+    static QTemporaryDir drawn;
+    static QMap<int, QString> written;
+    if (!written.contains(count)) {
+        const QString dir = drawn.filePath(QString::number(count));
+        const DemoShoot::WriteResult result = DemoShoot::write(dir, count);
+        if (!result.ok)
+            ADD_FAILURE() << "demo shoot not written: " << result.error.toStdString();
+        written.insert(count, dir);
+    }
+    if (!copyTree(written[count], folder))
+        ADD_FAILURE() << "demo shoot not copied to " << folder.toStdString();
+    return folder;
+}
+
+/// The shot ids of the demo shoot of `count` photos, in capture order.
+inline QStringList demoIds(int count)
+{
+    QStringList ids;
+    for (const DemoShoot::DemoFrame &frame : DemoShoot::plan(count))
+        ids << frame.relativePath.left(frame.relativePath.lastIndexOf(QLatin1Char('.')));
+    return ids;
+}
+
+inline QStringList idsOf(const QList<Shot> &shots)
+{
+    QStringList ids;
+    for (const Shot &shot : shots)
+        ids << shot.id;
+    return ids;
+}
+
+/// Spins the event loop until `condition` holds; false on time-out.
+inline bool waitFor(const std::function<bool()> &condition, int timeoutMs = loadTimeoutMs)
+{
+    return QTest::qWaitFor(condition, timeoutMs);
+}
+
+/// Opens `folder` and waits until details are read and any checks are done.
+inline bool openAndWait(SorviModel &model, const QString &folder, int timeoutMs = loadTimeoutMs)
+{
+    model.open(folder);
+    return waitFor([&] { return !model.loading() && !model.checking(); }, timeoutMs);
+}
+
+/// What the open folder's catalog file says now, read afresh from disk.
+inline RatingMap catalogOnDisk(const QString &folder)
+{
+    return Catalog(folder).ratings();
+}
+
+/// The names of the model's signals in the order they were emitted.
+class SignalLog : public QObject {
+public:
+    explicit SignalLog(SorviModel &model)
+    {
+        add(model, &SorviModel::shotsChanged, "shots");
+        add(model, &SorviModel::ratingsChanged, "ratings");
+        add(model, &SorviModel::burstsChanged, "bursts");
+        add(model, &SorviModel::assessmentsChanged, "assessments");
+    }
+    QStringList names;
+
+    qsizetype index(const char *name, qsizetype from = 0) const { return names.indexOf(QLatin1String(name), from); }
+
+private:
+    void add(SorviModel &model, void (SorviModel::*signal)(), const char *name)
+    {
+        connect(&model, signal, this, [this, name] { names << QLatin1String(name); });
+    }
+};
+
+/// Lets a test hold a folder's listing until it says so. Copies share one gate and each
+/// opens it when destroyed: a copy declared after the model keeps a failing test from
+/// leaving the model's destructor waiting for a listing that cannot finish.
+class ListingGate {
+public:
+    /// Lists like the scanner, but waits for open() when listing `held`.
+    std::function<QList<Shot>(const QString &)> listing(const QString &held) const
+    {
+        return [state = m_state, held](const QString &folder) {
+            if (folder == held) {
+                state->entered.release();
+                state->gate.acquire();
+            }
+            QList<Shot> shots = ShotScanner::list(folder);
+            if (folder == held)
+                state->listed = true;
+            return shots;
+        };
+    }
+    /// Waits until the held listing has begun.
+    bool waitEntered() { return m_state->entered.tryAcquire(1, loadTimeoutMs); }
+    void open() { m_state->gate.release(1000); }
+    /// The held listing has returned.
+    bool listed() const { return m_state->listed; }
+    ~ListingGate() { open(); }
+
+private:
+    struct State {
+        QSemaphore entered;
+        QSemaphore gate;
+        std::atomic<bool> listed = false;
+    };
+    std::shared_ptr<State> m_state = std::make_shared<State>();
+};
+
+} // namespace ModelTest

@@ -1,0 +1,77 @@
+#pragma once
+
+#include "BrowserView.h"
+#include "GridView.h"
+#include "ModelTestFiles.h"
+#include "ShotImage.h"
+#include "SinglePhotoView.h"
+#include "SorviModel.h"
+#include "StepBar.h"
+
+#include <QAction>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QTest>
+#include <QVBoxLayout>
+#include <QWidget>
+
+#include <memory>
+
+/// A real browser in a window of the size the application opens with, over a real model,
+/// with the window's undo command on Ctrl+Z as the main window has it.
+struct BrowserHarness {
+    static constexpr QSize windowSize{1240, 820};
+
+    explicit BrowserHarness(SorviModel::Options options = noChecks())
+        : model(std::move(options))
+    {
+        auto *column = new QVBoxLayout(&window);
+        column->setContentsMargins(0, 0, 0, 0);
+        browser = new BrowserView(model, &window);
+        column->addWidget(browser);
+        undo = new QAction(QStringLiteral("Undo"), &window);
+        undo->setShortcut(QKeySequence::Undo);
+        window.addAction(undo);
+        QObject::connect(undo, &QAction::triggered, &model, &SorviModel::undo);
+        window.resize(windowSize);
+        window.show();
+        window.activateWindow();
+        EXPECT_TRUE(QTest::qWaitForWindowActive(&window));
+        browser->setFocus();
+        grid = browser->findChild<GridView *>();
+        single = browser->findChild<SinglePhotoView *>();
+    }
+
+    static SorviModel::Options noChecks()
+    {
+        SorviModel::Options options;
+        options.runsChecks = false;
+        return options;
+    }
+
+    /// A press and release as the keyboard sends them, shortcut override first.
+    void press(Qt::Key key, const QString &text = {}, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
+    {
+        QTest::sendKeyEvent(QTest::Click, browser, key, text, modifiers);
+    }
+
+    int selectedIndex() const
+    {
+        const QList<Shot> visible = model.visibleShots();
+        for (int i = 0; i < visible.size(); ++i)
+            if (visible[i].id == model.selection())
+                return i;
+        return -1;
+    }
+
+    QString countLine() const { return browser->findChild<QLabel *>(QStringLiteral("countLine"))->text(); }
+    QString burstLabel() const { return browser->findChild<QLabel *>(QStringLiteral("burstLabel"))->text(); }
+    QString status() const { return browser->findChild<StepBar *>()->status(); }
+
+    SorviModel model;
+    QWidget window;
+    BrowserView *browser = nullptr;
+    GridView *grid = nullptr;
+    SinglePhotoView *single = nullptr;
+    QAction *undo = nullptr;
+};

@@ -1,0 +1,147 @@
+#include "PreviewLoader.h"
+#include "ShotImage.h"
+
+#include <QFile>
+#include <QImage>
+#include <QSemaphore>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThreadPool>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr int waitMs = 30'000;
+
+Shot jpegShot(const QTemporaryDir &dir, const QString &name, QColor colour, QSize size = {600, 400})
+{
+    QImage image(size, QImage::Format_RGB32);
+    image.fill(colour);
+    const QString path = dir.filePath(name + QStringLiteral(".jpg"));
+    EXPECT_TRUE(image.save(path, "JPEG", 90));
+    return Shot(name, {path});
+}
+
+// Keeps a one-thread pool busy until released, so requests queue behind it.
+struct BlockedPool {
+    QThreadPool pool;
+    QSemaphore gate;
+    bool released = false;
+    BlockedPool()
+    {
+        pool.setMaxThreadCount(1);
+        pool.start([this] { gate.acquire(); });
+    }
+    ~BlockedPool() { release(); pool.waitForDone(); }
+    void release()
+    {
+        if (!std::exchange(released, true))
+            gate.release();
+    }
+};
+
+bool near(QColor a, QColor b) { return std::abs(a.red() - b.red()) + std::abs(a.green() - b.green()) + std::abs(a.blue() - b.blue()) < 30; }
+
+} // namespace
+
+TEST(ShotImage, TiersAndPreparation)
+{
+    EXPECT_EQ(ShotImage::tier(168, 2560), 256);
+    EXPECT_EQ(ShotImage::tier(256, 2560), 256);
+    EXPECT_EQ(ShotImage::tier(336, 2560), 512);
+    EXPECT_EQ(ShotImage::tier(900, 2560), 2560);
+    EXPECT_EQ(ShotImage::tier(5000, 2560), 2560);
+    EXPECT_EQ(ShotImage::tier(300, 400), 400); // a tier at or above the screen is the screen
+
+    QImage sideways(40, 20, QImage::Format_RGB32);
+    sideways.fill(Qt::white);
+    sideways.setPixelColor(0, 0, Qt::black);
+    const QImage upright = ShotImage::prepare(sideways, 6, {});
+    EXPECT_EQ(upright.size(), QSize(20, 40));
+    EXPECT_EQ(upright.pixelColor(19, 0), QColor(Qt::black)); // turned a quarter clockwise
+    EXPECT_EQ(ShotImage::prepare(sideways, 6, {10, 10}).size(), QSize(5, 10));
+    EXPECT_EQ(ShotImage::prepare(sideways, 1, {400, 400}).size(), QSize(40, 20)); // never enlarged
+}
+
+TEST(ShotImage, LoadsOffTheGuiThreadThenFromTheCache)
+{
+    QTemporaryDir dir;
+    const Shot red = jpegShot(dir, QStringLiteral("red"), Qt::red);
+    PreviewLoader loader;
+    QThreadPool pool;
+    ShotImage first(loader, pool);
+    QSignalSpy ready(&first, &ShotImage::imageReady);
+    first.request(red, 256, {100, 100});
+    EXPECT_TRUE(first.isLoading());
+    EXPECT_TRUE(first.image().isNull());
+    ASSERT_TRUE(ready.wait(waitMs));
+    EXPECT_FALSE(first.hasFailed());
+    EXPECT_EQ(first.image().size(), QSize(100, 66));
+    EXPECT_TRUE(near(first.image().pixelColor(50, 30), Qt::red));
+    ASSERT_TRUE(loader.cached(red, 256));
+
+    // A second view of the same shot gets the cached picture at once, without a worker.
+    ShotImage second(loader, pool);
+    second.request(red, 256, {60, 60});
+    EXPECT_FALSE(second.isLoading());
+    EXPECT_EQ(second.image().size(), QSize(60, 40));
+    first.request(red, 256, {100, 100});
+    EXPECT_EQ(ready.count(), 1); // repeating a request does nothing
+}
+
+TEST(ShotImage, StaleAndDroppedRequestsAreNeverDecoded)
+{
+    QTemporaryDir dir;
+    const Shot red = jpegShot(dir, QStringLiteral("red"), Qt::red);
+    const Shot blue = jpegShot(dir, QStringLiteral("blue"), Qt::blue);
+    const Shot green = jpegShot(dir, QStringLiteral("green"), Qt::green);
+    PreviewLoader loader;
+    {
+        BlockedPool blocked;
+        ShotImage image(loader, blocked.pool);
+        QSignalSpy ready(&image, &ShotImage::imageReady);
+        image.request(red, 256, {100, 100});
+        image.request(blue, 256, {100, 100}); // the user moved on before red was decoded
+        blocked.release();
+        ASSERT_TRUE(ready.wait(waitMs));
+        EXPECT_TRUE(near(image.image().pixelColor(50, 30), Qt::blue));
+        blocked.pool.waitForDone();
+        QCoreApplication::processEvents();
+        EXPECT_EQ(ready.count(), 1);
+        EXPECT_FALSE(loader.cached(red, 256)) << "a superseded request was still decoded";
+    }
+    {
+        BlockedPool blocked;
+        auto image = std::make_unique<ShotImage>(loader, blocked.pool);
+        image->request(green, 256, {100, 100});
+        image.reset(); // the cell scrolled far away
+        blocked.release();
+        blocked.pool.waitForDone();
+        EXPECT_FALSE(loader.cached(green, 256)) << "a dropped request was still decoded";
+    }
+}
+
+TEST(ShotImage, DamagedFileEndsAsFailedAndNewShotClearsThePicture)
+{
+    QTemporaryDir dir;
+    const Shot red = jpegShot(dir, QStringLiteral("red"), Qt::red);
+    QFile damaged(dir.filePath(QStringLiteral("damaged.jpg")));
+    ASSERT_TRUE(damaged.open(QIODevice::WriteOnly));
+    damaged.write(QByteArray("\xFF\xD8\xFF\xE0 not really a picture"));
+    damaged.close();
+    const Shot broken(QStringLiteral("damaged"), {damaged.fileName()});
+    PreviewLoader loader;
+    QThreadPool pool;
+    ShotImage image(loader, pool);
+    QSignalSpy ready(&image, &ShotImage::imageReady);
+    image.request(red, 256, {80, 80});
+    ASSERT_TRUE(ready.wait(waitMs));
+    ASSERT_FALSE(image.image().isNull());
+    image.request(broken, 256, {80, 80});
+    EXPECT_TRUE(image.image().isNull()) << "another shot's picture must not stand in";
+    ASSERT_TRUE(ready.wait(waitMs));
+    EXPECT_TRUE(image.hasFailed());
+    EXPECT_TRUE(image.image().isNull());
+}
