@@ -51,6 +51,9 @@ StepBar::StepBar(const QStringList &steps, QWidget *parent) : QWidget(parent), m
     row->addWidget(m_busyIndicator);
     m_statusLabel = new QLabel(this);
     m_statusLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    // A long status must never widen the window: it is cut at the edge instead, and shown
+    // whole as the tool tip.
+    m_statusLabel->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     row->addWidget(m_statusLabel, 1);
     refresh();
 }
@@ -100,6 +103,7 @@ void StepBar::refresh()
         m_stepLabels[i]->setStyleSheet(stepStyle(i, m_current));
     }
     m_statusLabel->setText(m_status);
+    m_statusLabel->setToolTip(m_status);
     m_busyIndicator->setVisible(m_busy);
     setAccessibleDescription(spokenDescription());
 }

@@ -239,8 +239,9 @@ QList<AIPick> AIClient::picks(const QString &text, const QSet<QString> &allowed)
     if (open < 0 || close <= open)
         throw AIError::unreadableReply(text);
     const QJsonDocument document = QJsonDocument::fromJson(text.mid(open, close - open + 1).toUtf8());
+    // A document that is not an object has an empty object(), so no "picks" either.
     const std::optional<QList<QJsonObject>> entries = objects(document.object().value("picks"));
-    if (!document.isObject() || !entries)
+    if (!entries)
         throw AIError::unreadableReply(text);
     QList<AIPick> picks;
     QSet<QString> taken;

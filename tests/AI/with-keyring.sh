@@ -19,5 +19,3 @@ export SORVI_TEST_KEYRING=1
 dbus-run-session -- sh -c '
   printf "test-password" | gnome-keyring-daemon --unlock --components=secrets >/dev/null
   "$@"' sorvi-keyring "$@"
-status=$?
-exit $status

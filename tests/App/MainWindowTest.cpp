@@ -50,20 +50,13 @@ protected:
     void SetUp() override { QSettings().clear(); }
 };
 
-SorviModel::Options noChecks()
-{
-    SorviModel::Options options;
-    options.runsChecks = false;
-    return options;
-}
-
 } // namespace
 
 TEST_F(MainWindowTest, WelcomesThenBrowsesAndUndoesFromTheMenu)
 {
     QTemporaryDir scratch;
     const QString folder = ModelTest::demoShoot(scratch.filePath("shoot"), 12);
-    SorviModel model(noChecks());
+    SorviModel model(ModelTest::withoutChecks());
     MainWindow window(model);
     window.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
@@ -95,7 +88,22 @@ TEST_F(MainWindowTest, WelcomesThenBrowsesAndUndoesFromTheMenu)
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Z, Qt::ControlModifier);
     EXPECT_EQ(model.rating(first).flag, Rating::Flag::none);
     EXPECT_FALSE(window.undoAction()->isEnabled());
+    QTest::qWaitFor([&] { return model.previews().cached(model.shots().last(), 256).has_value(); }, 10000);
     screenshot(window, "browser");
+
+    // The long keyboard hint in the status bar must neither keep the window from being
+    // made narrower nor squeeze the labels at the right ends of the toolbar and the status
+    // bar until their text is cut off.
+    window.resize(900, 700);
+    QTest::qWaitFor([&] { return window.width() == 900; }, 2000);
+    QCoreApplication::processEvents(); // the layouts settle
+    EXPECT_EQ(window.width(), 900);
+    for (const char *name : {"countLine", "burstLabel"}) {
+        const QLabel *label = browser->findChild<QLabel *>(QString::fromLatin1(name));
+        ASSERT_TRUE(label) << name;
+        EXPECT_GE(label->width(), label->sizeHint().width()) << name << ": " << label->text().toStdString();
+    }
+    screenshot(window, "browser-narrow");
 
     // Closing the folder goes back to the welcome screen, which now lists it as recent.
     model.close();
@@ -109,7 +117,7 @@ TEST_F(MainWindowTest, OpensADroppedFolderAndShowsCardsThatAreGone)
     const QString folder = ModelTest::demoShoot(scratch.filePath("dropped"), 12);
     const QString gone = scratch.filePath("EOS_DIGITAL");
     QDir().mkpath(gone);
-    SorviModel model(noChecks());
+    SorviModel model(ModelTest::withoutChecks());
     model.remember(gone);
     QDir(gone).removeRecursively();
     MainWindow window(model);

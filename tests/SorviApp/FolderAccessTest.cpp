@@ -21,13 +21,6 @@ QStringList pathsOf(const QList<RecentFolder> &folders)
     return paths;
 }
 
-SorviModel::Options quietOptions()
-{
-    SorviModel::Options options;
-    options.runsChecks = false;
-    return options;
-}
-
 } // namespace
 
 TEST(RecentFolders, EightMostRecentFirstWithoutDuplicatesAndWhetherReachable)
@@ -40,7 +33,7 @@ TEST(RecentFolders, EightMostRecentFirstWithoutDuplicatesAndWhetherReachable)
         folders << dir.filePath(QString("card %1").arg(i));
         ASSERT_TRUE(QDir().mkpath(folders.last()));
     }
-    SorviModel model(quietOptions());
+    SorviModel model(ModelTest::withoutChecks());
     QSignalSpy changed(&model, &SorviModel::recentFoldersChanged);
     ASSERT_TRUE(openAndWait(model, folders[0]));
     EXPECT_EQ(changed.size(), 1);
@@ -84,7 +77,7 @@ TEST(MountWatcherTest, MountingACardRefreshesTheRecentFolders)
     ASSERT_TRUE(QDir().mkpath(mountPoint));
     const QByteArray source = QFile::encodeName(card), target = QFile::encodeName(mountPoint);
 
-    SorviModel model(quietOptions());
+    SorviModel model(ModelTest::withoutChecks());
     MountWatcher watcher;
     ASSERT_TRUE(watcher.isWatching());
     model.remember(mountPoint + "/DCIM");

@@ -30,6 +30,16 @@ inline void PrintTo(const Rating &rating, std::ostream *out)
 /// Folders and waits shared by the model's tests.
 namespace ModelTest {
 
+/// Model options that list folders with `list` and never run the on-device checks, which
+/// are slow in Debug and sanitizer builds and beside the point of most tests.
+inline SorviModel::Options withoutChecks(std::function<QList<Shot>(const QString &)> list = &ShotScanner::list)
+{
+    SorviModel::Options options;
+    options.list = std::move(list);
+    options.runsChecks = false;
+    return options;
+}
+
 /// The face check takes about a second a picture in Debug and sanitizer builds.
 inline constexpr int checksTimeoutMs = 600'000;
 inline constexpr int loadTimeoutMs = 120'000;

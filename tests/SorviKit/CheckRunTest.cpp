@@ -34,13 +34,7 @@ TEST(CheckRunCorpus, BlurredFramesAreSoftAndEachBurstsBestIsSharpWithOpenEyes)
     for (const QJsonValue &file : truth["files"].toArray())
         if (file.toObject()["blurred"].toBool())
             blurred.insert(withoutExtension(file.toObject()["file"].toString()));
-    QList<QStringList> truthBursts;
-    for (const QJsonValue &burst : truth["bursts"].toArray()) {
-        QStringList frames;
-        for (const QJsonValue &frame : burst.toObject()["frames"].toArray())
-            frames << frame.toString();
-        truthBursts << frames;
-    }
+    QList<QStringList> truthBursts = TestFiles::truthBursts(truth);
     ASSERT_EQ(blurred.size(), 6);
 
     const QList<Shot> shots = DetailReader::readAll(ShotScanner::list(folder));

@@ -135,13 +135,7 @@ TEST(CorpusDetailsTest, ShootScansAndGroupsAsExpected)
         if (file["expected_in_scan"].toBool())
             expectedIds << file["frame"].toString();
     }
-    QList<QStringList> expectedBursts;
-    for (const QJsonValue &burst : truth["bursts"].toArray()) {
-        QStringList frames;
-        for (const QJsonValue &frame : burst.toObject()["frames"].toArray())
-            frames << frame.toString();
-        expectedBursts << frames;
-    }
+    QList<QStringList> expectedBursts = TestFiles::truthBursts(truth);
 
     const QList<Shot> shots = DetailReader::readAll(ShotScanner::list(TestFiles::corpus() + "/shoot"));
     QSet<QString> ids;

@@ -7,6 +7,8 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
 #include <QMap>
 #include <QString>
 #include <QStringList>
@@ -83,6 +85,19 @@ inline QString corpus()
 inline bool hasCorpus()
 {
     return QFileInfo(corpus() + QStringLiteral("/shoot/truth.json")).exists();
+}
+
+/// The bursts a corpus truth file lists, each as its frame ids in order.
+inline QList<QStringList> truthBursts(const QJsonObject &truth)
+{
+    QList<QStringList> bursts;
+    for (const QJsonValue &burst : truth[QStringLiteral("bursts")].toArray()) {
+        QStringList frames;
+        for (const QJsonValue &frame : burst.toObject()[QStringLiteral("frames")].toArray())
+            frames << frame.toString();
+        bursts << frames;
+    }
+    return bursts;
 }
 
 } // namespace TestFiles

@@ -11,6 +11,7 @@
 #include <QAction>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QMenu>
 #include <QTest>
 #include <QVBoxLayout>
 #include <QWidget>
@@ -22,7 +23,7 @@
 struct BrowserHarness {
     static constexpr QSize windowSize{1240, 820};
 
-    explicit BrowserHarness(SorviModel::Options options = noChecks())
+    explicit BrowserHarness(SorviModel::Options options = ModelTest::withoutChecks())
         : model(std::move(options))
     {
         auto *column = new QVBoxLayout(&window);
@@ -40,13 +41,6 @@ struct BrowserHarness {
         browser->setFocus();
         grid = browser->findChild<GridView *>();
         single = browser->findChild<SinglePhotoView *>();
-    }
-
-    static SorviModel::Options noChecks()
-    {
-        SorviModel::Options options;
-        options.runsChecks = false;
-        return options;
     }
 
     /// A press and release as the keyboard sends them, shortcut override first.
@@ -75,3 +69,12 @@ struct BrowserHarness {
     SinglePhotoView *single = nullptr;
     QAction *undo = nullptr;
 };
+
+/// The first item of `menu` whose text starts with `startingWith`; nullptr when none does.
+inline QAction *menuItem(const QMenu *menu, const QString &startingWith)
+{
+    for (QAction *action : menu->actions())
+        if (action->text().startsWith(startingWith))
+            return action;
+    return nullptr;
+}

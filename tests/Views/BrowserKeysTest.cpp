@@ -153,7 +153,7 @@ TEST(BrowserKeys, KeysAreAnsweredWhileAFolderIsStillListed)
     const QString shown = ModelTest::demoShoot(dir.path(), photos);
     const QString slow = ModelTest::demoShoot(slowDir.path(), photos);
     ModelTest::ListingGate gate;
-    SorviModel::Options options = BrowserHarness::noChecks();
+    SorviModel::Options options = ModelTest::withoutChecks();
     options.list = gate.listing(slow);
     BrowserHarness h(options);
     ASSERT_TRUE(ModelTest::openAndWait(h.model, shown));

@@ -21,14 +21,6 @@ void save(const QImage &image, const QString &name)
     EXPECT_TRUE(image.save(path)) << path.toStdString();
 }
 
-QAction *bulkItem(QMenu *menu, const QString &startingWith)
-{
-    for (QAction *action : menu->actions())
-        if (action->text().startsWith(startingWith))
-            return action;
-    return nullptr;
-}
-
 } // namespace
 
 // Runs the real checks on a generated shoot, then shows their badges, the Checks menu
@@ -70,15 +62,15 @@ TEST(BrowserScreenshots, CheckBadgesChecksMenuAndSinglePhoto)
     menu->popup(h.window.mapToGlobal(checks->geometry().bottomLeft() + QPoint(0, 8)));
     ASSERT_TRUE(QTest::qWaitForWindowExposed(menu));
     const int softCount = h.model.count(h.model.soft());
-    QAction *rejectSoft = bulkItem(menu, QStringLiteral("Reject Soft Photos ("));
+    QAction *rejectSoft = menuItem(menu, QStringLiteral("Reject Soft Photos ("));
     ASSERT_TRUE(rejectSoft);
     EXPECT_EQ(rejectSoft->text(), QStringLiteral("Reject Soft Photos (%1)").arg(softCount));
-    EXPECT_EQ(bulkItem(menu, QStringLiteral("Reject the Rest of Each Burst"))->text(),
+    EXPECT_EQ(menuItem(menu, QStringLiteral("Reject the Rest of Each Burst"))->text(),
               QStringLiteral("Reject the Rest of Each Burst (%1)").arg(h.model.count(h.model.restOfBursts())));
-    EXPECT_EQ(bulkItem(menu, QStringLiteral("Pick the Best of Each Burst"))->text(),
+    EXPECT_EQ(menuItem(menu, QStringLiteral("Pick the Best of Each Burst"))->text(),
               QStringLiteral("Pick the Best of Each Burst (%1)").arg(h.model.count(h.model.bestOfBurst())));
-    EXPECT_TRUE(bulkItem(menu, QStringLiteral("Reject Photos with Closed Eyes (")));
-    EXPECT_TRUE(bulkItem(menu, QStringLiteral("Changes only photos you haven't picked or rejected · Ctrl+Z undoes")));
+    EXPECT_TRUE(menuItem(menu, QStringLiteral("Reject Photos with Closed Eyes (")));
+    EXPECT_TRUE(menuItem(menu, QStringLiteral("Changes only photos you haven't picked or rejected · Ctrl+Z undoes")));
     QImage withMenu = h.window.grab().toImage();
     {
         QPainter painter(&withMenu);
@@ -97,7 +89,7 @@ TEST(BrowserScreenshots, CheckBadgesChecksMenuAndSinglePhoto)
     h.press(Qt::Key_Z, QStringLiteral("\x1a"), Qt::ControlModifier);
     EXPECT_EQ(h.model.ratings(), before);
 
-    QAction *showBadges = bulkItem(menu, QStringLiteral("Show Check Badges"));
+    QAction *showBadges = menuItem(menu, QStringLiteral("Show Check Badges"));
     ASSERT_TRUE(showBadges);
     EXPECT_TRUE(showBadges->isChecked());
     showBadges->trigger();
