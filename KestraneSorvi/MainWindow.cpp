@@ -1,8 +1,8 @@
 #include "MainWindow.h"
 
-#include "BrowserView.h"
-#include "SorviModel.h"
-#include "WelcomeView.h"
+#include "SorviApp/views/BrowserView.h"
+#include "SorviApp/model/SorviModel.h"
+#include "SorviApp/views/WelcomeView.h"
 
 #include <QAction>
 #include <QApplication>

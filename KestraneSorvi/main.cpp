@@ -1,6 +1,6 @@
 #include "MainWindow.h"
-#include "ShotScanner.h"
-#include "SorviModel.h"
+#include "SorviKit/library/ShotScanner.h"
+#include "SorviApp/model/SorviModel.h"
 
 #include <QApplication>
 #include <QFileInfo>

@@ -1,4 +1,4 @@
-#include "BrandHeader.h"
+#include "KestraneStyle/BrandHeader.h"
 
 #include <QHBoxLayout>
 #include <QLabel>

@@ -1,4 +1,4 @@
-#include "StepBar.h"
+#include "KestraneStyle/StepBar.h"
 
 #include <QHBoxLayout>
 #include <QLabel>

@@ -3,7 +3,7 @@
 // in the same run; prints both times and their ratio against our goal. Then shows that
 // the engine's read-back reaches the device rather than the page cache.
 
-#include "Handoff.h"
+#include "SorviKit/handoff/Handoff.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>

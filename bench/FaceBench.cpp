@@ -7,8 +7,8 @@
 // (what an eye pass that found its own faces would cost). Medians of several runs.
 // The face photos are smaller than 1024 px and are enlarged for this timing only.
 
-#include "FaceCheck.h"
-#include "FaceModels.h"
+#include "SorviKit/checks/FaceCheck.h"
+#include "SorviKit/checks/FaceModels.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

@@ -5,10 +5,10 @@
 // included); separately, every event the GUI thread dispatched meanwhile (thumbnails
 // arriving, the model publishing details) is timed on its own. Goals: first screenful
 // under 1.5 s, 95th percentile per input under 16 ms.
-#include "BrowserView.h"
-#include "GridView.h"
-#include "ShotScanner.h"
-#include "SorviModel.h"
+#include "SorviApp/views/BrowserView.h"
+#include "SorviApp/views/GridView.h"
+#include "SorviKit/library/ShotScanner.h"
+#include "SorviApp/model/SorviModel.h"
 
 #include <QApplication>
 #include <QDir>

@@ -4,8 +4,8 @@
 // (real files with full EXIF) copied under camera-style names, and removed afterwards.
 // The on-device checks are left off: they are measured by bench_face.
 
-#include "DemoShoot.h"
-#include "SorviModel.h"
+#include "SorviKit/demo/DemoShoot.h"
+#include "SorviApp/model/SorviModel.h"
 
 #include <QCoreApplication>
 #include <QDir>

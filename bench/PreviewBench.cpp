@@ -4,9 +4,9 @@
 // extraction followed by a decode. Every peer runs in the same process run, on the same
 // files; medians of several runs; ratios printed next to our goals.
 
-#include "DemoScene.h"
-#include "PreviewLoader.h"
-#include "Shot.h"
+#include "SorviKit/demo/DemoScene.h"
+#include "SorviKit/previews/PreviewLoader.h"
+#include "SorviKit/library/Shot.h"
 
 #include "ByteKit/MappedFile.h"
 #include "MediaKit/JpegDecoder.h"

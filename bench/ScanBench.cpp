@@ -1,8 +1,8 @@
 // Lists a card-sized folder and reads every shot's details, timed against exiftool and
 // exiv2 over the same files in the same run, and prints the ratios next to our goals.
 
-#include "DetailReader.h"
-#include "ShotScanner.h"
+#include "SorviKit/library/DetailReader.h"
+#include "SorviKit/library/ShotScanner.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>

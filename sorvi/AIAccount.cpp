@@ -1,7 +1,7 @@
 #include "AIAccount.h"
 
-#include "AIKeyStore.h"
-#include "AISettings.h"
+#include "SorviKit/ai/AIKeyStore.h"
+#include "SorviKit/ai/AISettings.h"
 #include "Terminal.h"
 
 namespace AIAccount {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "AIClient.h"
-#include "AIProvider.h"
+#include "SorviKit/ai/AIClient.h"
+#include "SorviKit/ai/AIProvider.h"
 
 #include <QString>
 

@@ -1,14 +1,14 @@
 #include "AIAccount.h"
-#include "AICuller.h"
-#include "AIPreset.h"
-#include "AISettings.h"
-#include "Catalog.h"
+#include "SorviKit/ai/AICuller.h"
+#include "SorviKit/ai/AIPreset.h"
+#include "SorviKit/ai/AISettings.h"
+#include "SorviKit/library/Catalog.h"
 #include "CommandLine.h"
 #include "Commands.h"
 #include "FolderShots.h"
-#include "PreviewLoader.h"
+#include "SorviKit/previews/PreviewLoader.h"
 #include "Terminal.h"
-#include "XMPSidecar.h"
+#include "SorviKit/handoff/XMPSidecar.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

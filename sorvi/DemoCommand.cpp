@@ -1,5 +1,5 @@
 #include "Commands.h"
-#include "DemoShoot.h"
+#include "SorviKit/demo/DemoShoot.h"
 #include "Terminal.h"
 
 #include <QDir>

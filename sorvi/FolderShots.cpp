@@ -1,7 +1,7 @@
 #include "FolderShots.h"
 
-#include "DetailReader.h"
-#include "ShotScanner.h"
+#include "SorviKit/library/DetailReader.h"
+#include "SorviKit/library/ShotScanner.h"
 
 #include <QFileInfo>
 

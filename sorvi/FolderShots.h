@@ -1,7 +1,7 @@
 #pragma once
 
 #include "CommandLine.h"
-#include "Shot.h"
+#include "SorviKit/library/Shot.h"
 #include "Terminal.h"
 
 #include <QList>

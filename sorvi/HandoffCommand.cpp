@@ -1,12 +1,12 @@
-#include "Catalog.h"
+#include "SorviKit/library/Catalog.h"
 #include "CommandLine.h"
 #include "Commands.h"
-#include "FileError.h"
-#include "Handoff.h"
-#include "MoveLog.h"
-#include "ShotScanner.h"
+#include "SorviKit/core/FileError.h"
+#include "SorviKit/handoff/Handoff.h"
+#include "SorviKit/handoff/MoveLog.h"
+#include "SorviKit/library/ShotScanner.h"
 #include "Terminal.h"
-#include "XMPSidecar.h"
+#include "SorviKit/handoff/XMPSidecar.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -1,6 +1,6 @@
 #include "AIAccount.h"
-#include "AIKeyStore.h"
-#include "AIKeyTest.h"
+#include "SorviKit/ai/AIKeyStore.h"
+#include "SorviKit/ai/AIKeyTest.h"
 #include "CommandLine.h"
 #include "Commands.h"
 #include "Terminal.h"

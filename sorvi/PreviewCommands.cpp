@@ -1,7 +1,7 @@
 #include "CommandLine.h"
 #include "Commands.h"
-#include "PreviewLoader.h"
-#include "ShotScanner.h"
+#include "SorviKit/previews/PreviewLoader.h"
+#include "SorviKit/library/ShotScanner.h"
 #include "Terminal.h"
 
 #include "ByteKit/DeviceError.h"

@@ -1,11 +1,11 @@
-#include "Catalog.h"
+#include "SorviKit/library/Catalog.h"
 #include "CommandLine.h"
 #include "Commands.h"
-#include "FileNameOrder.h"
+#include "SorviKit/core/FileNameOrder.h"
 #include "FolderShots.h"
-#include "ShotScanner.h"
+#include "SorviKit/library/ShotScanner.h"
 #include "Terminal.h"
-#include "XMPSidecar.h"
+#include "SorviKit/handoff/XMPSidecar.h"
 
 #include <QFileInfo>
 

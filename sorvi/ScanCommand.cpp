@@ -1,8 +1,8 @@
-#include "Bursts.h"
+#include "SorviKit/checks/Bursts.h"
 #include "CommandLine.h"
 #include "Commands.h"
 #include "FolderShots.h"
-#include "JsonText.h"
+#include "SorviKit/core/JsonText.h"
 #include "Terminal.h"
 
 #include <QDir>

@@ -1,5 +1,5 @@
 #include "Commands.h"
-#include "ShotScanner.h"
+#include "SorviKit/library/ShotScanner.h"
 
 #include <QCoreApplication>
 #include <QTextStream>

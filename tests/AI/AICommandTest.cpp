@@ -1,8 +1,8 @@
-#include "AIKeyStore.h"
-#include "AISettings.h"
+#include "SorviKit/ai/AIKeyStore.h"
+#include "SorviKit/ai/AISettings.h"
 #include "AITestSupport.h"
 #include "KeyringTest.h"
-#include "ShotScanner.h"
+#include "SorviKit/library/ShotScanner.h"
 
 #include <QDir>
 #include <QProcess>

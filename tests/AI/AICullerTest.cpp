@@ -1,6 +1,6 @@
-#include "AICuller.h"
+#include "SorviKit/ai/AICuller.h"
 #include "AITestSupport.h"
-#include "PreviewLoader.h"
+#include "SorviKit/previews/PreviewLoader.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,5 +1,5 @@
-#include "AIKeyStore.h"
-#include "AISettings.h"
+#include "SorviKit/ai/AIKeyStore.h"
+#include "SorviKit/ai/AISettings.h"
 #include "KeyringTest.h"
 
 #include <QDir>

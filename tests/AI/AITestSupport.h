@@ -1,7 +1,7 @@
 #pragma once
 
-#include "AIClient.h"
-#include "JpegEncoder.h"
+#include "SorviKit/ai/AIClient.h"
+#include "SorviKit/previews/JpegEncoder.h"
 #include "LocalHttpServer.h"
 
 #include <QColor>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "AIKeyStore.h"
+#include "SorviKit/ai/AIKeyStore.h"
 
 #include <QByteArray>
 #include <QDirIterator>

@@ -1,8 +1,8 @@
-#include "BrowserView.h"
+#include "SorviApp/views/BrowserView.h"
 #include "MainWindow.h"
 #include "ModelTestFiles.h"
-#include "SorviModel.h"
-#include "WelcomeView.h"
+#include "SorviApp/model/SorviModel.h"
+#include "SorviApp/views/WelcomeView.h"
 
 #include <QAbstractButton>
 #include <QAction>

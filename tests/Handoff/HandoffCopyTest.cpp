@@ -1,6 +1,6 @@
-#include "Exiv2_p.h"
-#include "FileError.h"
-#include "Handoff.h"
+#include "SorviKit/library/Exiv2_p.h"
+#include "SorviKit/core/FileError.h"
+#include "SorviKit/handoff/Handoff.h"
 #include "HandoffTestFiles.h"
 
 #include <QTemporaryDir>

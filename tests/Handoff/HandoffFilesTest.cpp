@@ -1,7 +1,7 @@
-#include "FileError.h"
-#include "Handoff.h"
+#include "SorviKit/core/FileError.h"
+#include "SorviKit/handoff/Handoff.h"
 #include "HandoffTestFiles.h"
-#include "XMPSidecar.h"
+#include "SorviKit/handoff/XMPSidecar.h"
 
 #include <QBuffer>
 #include <QImage>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Handoff.h"
+#include "SorviKit/handoff/Handoff.h"
 #include "TestFiles.h"
 
 #include <QByteArray>

@@ -1,8 +1,8 @@
 // Cases that need a volume of their own: a full destination, a read-only card, a move
 // across drives. Each mounts a small tmpfs and skips when it may not.
 
-#include "FileError.h"
-#include "Handoff.h"
+#include "SorviKit/core/FileError.h"
+#include "SorviKit/handoff/Handoff.h"
 #include "HandoffTestFiles.h"
 
 #include <QTemporaryDir>

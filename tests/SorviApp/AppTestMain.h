@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ShotScanner.h"
+#include "SorviKit/library/ShotScanner.h"
 
 #include <QCoreApplication>
 #include <QFile>

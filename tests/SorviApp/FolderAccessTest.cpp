@@ -1,7 +1,7 @@
 // Recent folders in the user's defaults, access outside a sandbox, and noticing a card
 // that is mounted or unmounted.
 #include "ModelTestFiles.h"
-#include "MountWatcher.h"
+#include "SorviApp/model/MountWatcher.h"
 
 #include <QSettings>
 #include <QSignalSpy>

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "Catalog.h"
-#include "DemoShoot.h"
-#include "ShotScanner.h"
-#include "SorviModel.h"
+#include "SorviKit/library/Catalog.h"
+#include "SorviKit/demo/DemoShoot.h"
+#include "SorviKit/library/ShotScanner.h"
+#include "SorviApp/model/SorviModel.h"
 #include "TestFiles.h"
 
 #include <QDir>

@@ -1,6 +1,6 @@
 // Filters, selection and the rating actions with undo, on an opened demo card; after
 // every action the catalog file says what the model says.
-#include "AssessmentStore.h"
+#include "SorviKit/checks/AssessmentStore.h"
 #include "ModelTestFiles.h"
 
 #include <QSettings>

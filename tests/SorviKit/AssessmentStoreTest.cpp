@@ -1,4 +1,4 @@
-#include "AssessmentStore.h"
+#include "SorviKit/checks/AssessmentStore.h"
 #include "TestFiles.h"
 
 #include <QJsonDocument>

@@ -1,4 +1,4 @@
-#include "Assessor.h"
+#include "SorviKit/checks/Assessor.h"
 
 #include <QRandomGenerator>
 

@@ -1,4 +1,4 @@
-#include "Bursts.h"
+#include "SorviKit/checks/Bursts.h"
 
 #include <gtest/gtest.h>
 

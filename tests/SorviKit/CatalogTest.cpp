@@ -1,4 +1,4 @@
-#include "Catalog.h"
+#include "SorviKit/library/Catalog.h"
 #include "TestFiles.h"
 
 #include <QFileInfo>

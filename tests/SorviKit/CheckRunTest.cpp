@@ -1,12 +1,12 @@
 // The checks over the corpus shoot: soft frames, bursts and their best frames, and
 // results that survive a restart.
-#include "AssessmentStore.h"
-#include "Assessor.h"
-#include "Bursts.h"
-#include "CheckRun.h"
-#include "DetailReader.h"
-#include "PreviewLoader.h"
-#include "ShotScanner.h"
+#include "SorviKit/checks/AssessmentStore.h"
+#include "SorviKit/checks/Assessor.h"
+#include "SorviKit/checks/Bursts.h"
+#include "SorviKit/checks/CheckRun.h"
+#include "SorviKit/library/DetailReader.h"
+#include "SorviKit/previews/PreviewLoader.h"
+#include "SorviKit/library/ShotScanner.h"
 #include "TestFiles.h"
 
 #include <QJsonArray>

@@ -1,7 +1,7 @@
-#include "Bursts.h"
-#include "CaptureDetails.h"
-#include "DetailReader.h"
-#include "ShotScanner.h"
+#include "SorviKit/checks/Bursts.h"
+#include "SorviKit/library/CaptureDetails.h"
+#include "SorviKit/library/DetailReader.h"
+#include "SorviKit/library/ShotScanner.h"
 #include "TestFiles.h"
 
 #include <QJsonArray>

@@ -1,7 +1,7 @@
-#include "DemoShoot.h"
-#include "DetailReader.h"
-#include "ShotDetails.h"
-#include "ShotScanner.h"
+#include "SorviKit/demo/DemoShoot.h"
+#include "SorviKit/library/DetailReader.h"
+#include "SorviKit/library/ShotDetails.h"
+#include "SorviKit/library/ShotScanner.h"
 #include "TestFiles.h"
 
 #include <QImage>

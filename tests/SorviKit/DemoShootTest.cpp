@@ -1,4 +1,4 @@
-#include "DemoShoot.h"
+#include "SorviKit/demo/DemoShoot.h"
 #include "TestFiles.h"
 
 #include <QDir>

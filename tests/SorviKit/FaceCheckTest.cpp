@@ -1,5 +1,5 @@
-#include "FaceCheck.h"
-#include "FaceModels.h"
+#include "SorviKit/checks/FaceCheck.h"
+#include "SorviKit/checks/FaceModels.h"
 #include "TestFiles.h"
 
 #include <QImageReader>

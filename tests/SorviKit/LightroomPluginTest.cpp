@@ -1,4 +1,4 @@
-#include "LightroomPlugin.h"
+#include "SorviKit/handoff/LightroomPlugin.h"
 #include "TestFiles.h"
 
 #include <QDirIterator>

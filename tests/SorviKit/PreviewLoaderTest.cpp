@@ -1,7 +1,7 @@
-#include "PictureDecoder.h"
-#include "PreviewLoader.h"
-#include "Shot.h"
-#include "ShotScanner.h"
+#include "SorviKit/previews/PictureDecoder.h"
+#include "SorviKit/previews/PreviewLoader.h"
+#include "SorviKit/library/Shot.h"
+#include "SorviKit/library/ShotScanner.h"
 #include "TestFiles.h"
 
 #include <QImageReader>

@@ -1,6 +1,6 @@
-#include "CaptureDetails.h"
-#include "FileNameOrder.h"
-#include "ShotScanner.h"
+#include "SorviKit/library/CaptureDetails.h"
+#include "SorviKit/core/FileNameOrder.h"
+#include "SorviKit/library/ShotScanner.h"
 #include "TestFiles.h"
 
 #include <QRandomGenerator>

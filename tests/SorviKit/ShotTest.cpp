@@ -1,5 +1,5 @@
-#include "Rating.h"
-#include "Shot.h"
+#include "SorviKit/core/Rating.h"
+#include "SorviKit/library/Shot.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "ShotScanner.h"
+#include "SorviKit/library/ShotScanner.h"
 
 #include <QCoreApplication>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 #include "TestFiles.h"
-#include "TiffView.h"
+#include "SorviKit/library/TiffView.h"
 
 #include <QCryptographicHash>
 #include <QTemporaryDir>

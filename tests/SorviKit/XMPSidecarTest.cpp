@@ -1,7 +1,7 @@
-#include "FileError.h"
-#include "ShotScanner.h"
+#include "SorviKit/core/FileError.h"
+#include "SorviKit/library/ShotScanner.h"
 #include "TestFiles.h"
-#include "XMPSidecar.h"
+#include "SorviKit/handoff/XMPSidecar.h"
 
 #include <QTemporaryDir>
 #include <gtest/gtest.h>

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "BrowserView.h"
-#include "GridView.h"
+#include "SorviApp/views/BrowserView.h"
+#include "SorviApp/views/GridView.h"
 #include "ModelTestFiles.h"
-#include "ShotImage.h"
-#include "SinglePhotoView.h"
-#include "SorviModel.h"
-#include "StepBar.h"
+#include "SorviApp/views/ShotImage.h"
+#include "SorviApp/views/SinglePhotoView.h"
+#include "SorviApp/model/SorviModel.h"
+#include "KestraneStyle/StepBar.h"
 
 #include <QAction>
 #include <QKeyEvent>

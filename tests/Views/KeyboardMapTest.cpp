@@ -1,4 +1,4 @@
-#include "KeyboardMap.h"
+#include "SorviApp/views/KeyboardMap.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "PreviewLoader.h"
-#include "ShotImage.h"
+#include "SorviKit/previews/PreviewLoader.h"
+#include "SorviApp/views/ShotImage.h"
 
 #include <QFile>
 #include <QImage>

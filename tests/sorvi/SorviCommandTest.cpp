@@ -1,8 +1,8 @@
-#include "Catalog.h"
+#include "SorviKit/library/Catalog.h"
 #include "SorviProcess.h"
-#include "DemoShoot.h"
+#include "SorviKit/demo/DemoShoot.h"
 #include "TestFiles.h"
-#include "XMPSidecar.h"
+#include "SorviKit/handoff/XMPSidecar.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

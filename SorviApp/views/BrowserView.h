@@ -1,0 +1,81 @@
+#pragma once
+
+#include "SorviApp/views/KeyboardMap.h"
+
+#include <QWidget>
+
+class GridView;
+class QActionGroup;
+class QComboBox;
+class QLabel;
+class QMenu;
+class QStackedWidget;
+class QToolButton;
+class SinglePhotoView;
+class SorviModel;
+class StepBar;
+
+/// The main window's content while a folder is open: a toolbar (close the folder, which
+/// photos to show, a star minimum, grid or single photo, the checks' bulk actions), the
+/// count line, the photos as a grid or one at a time (or the scan's empty states), and a
+/// status bar with the step bar and the selected shot's burst. It holds no state of its
+/// own beyond the grid's column count: it reads the model and calls its operations, and
+/// with keyboard focus it rates and moves through the shoot by the keyboard map. Presses
+/// with Ctrl are never taken, so the window's menu shortcuts (undo) always get them.
+/// GUI thread; the model must outlive the view.
+class BrowserView : public QWidget {
+    Q_OBJECT
+public:
+    explicit BrowserView(SorviModel &model, QWidget *parent = nullptr);
+
+    /// The columns the grid shows now; the up and down arrows move by this many.
+    int gridColumns() const { return m_gridColumns; }
+    /// The action a key press gets in the current state (none when it is not ours).
+    KeyAction actionFor(const QKeyEvent &press) const;
+
+signals:
+    /// "Folders" was pressed: close this folder and show the welcome screen.
+    void folderCloseRequested();
+    /// "Open Another Folder…" was pressed after a scan that found nothing.
+    void openFolderRequested();
+
+protected:
+    bool event(QEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
+
+private:
+    QWidget *makeToolbar();
+    QWidget *makeLookingPage();
+    QWidget *makeNothingFoundPage();
+    QWidget *makeStatusBar();
+    QToolButton *makeStarButton();
+    QToolButton *makeChecksButton();
+    void apply(const KeyAction &action);
+    void refreshPage();
+    void refreshCount();
+    void refreshBurst();
+    void refreshStepBar();
+    void refreshFilter();
+    void refreshStars();
+    void refreshChecksButton();
+    void refreshChecksMenu();
+
+    SorviModel &m_model;
+    int m_gridColumns = 1;
+    GridView *m_grid = nullptr;
+    SinglePhotoView *m_single = nullptr;
+    QStackedWidget *m_stack = nullptr;
+    QWidget *m_lookingPage = nullptr;
+    QWidget *m_nothingFoundPage = nullptr;
+    QComboBox *m_showPicker = nullptr;
+    QToolButton *m_starButton = nullptr;
+    QActionGroup *m_starGroup = nullptr;
+    QComboBox *m_viewPicker = nullptr;
+    QToolButton *m_checksButton = nullptr;
+    QMenu *m_checksMenu = nullptr;
+    QList<QAction *> m_bulkActions; ///< soft, closed eyes, best of bursts, rest of bursts
+    QAction *m_showBadges = nullptr;
+    QLabel *m_countLine = nullptr;
+    QLabel *m_burstLabel = nullptr;
+    StepBar *m_stepBar = nullptr;
+};

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "SorviKit/ai/AIProvider.h"
+
+#include <QString>
+
+#include <optional>
+
+/// The user's API keys, one item per provider in the system's secret store (the Secret
+/// Service: GNOME Keyring or KWallet). Keys never touch a settings file. Calls block until
+/// the store answers and must not run where a stall would freeze the interface. No
+/// operation reports an error: a store that fails reads as holding no key.
+namespace AIKeyStore {
+
+/// "app.kestrane.sorvi.ai." followed by the provider's id.
+QString service(AIProvider provider);
+
+/// The stored key, or nothing when there is none, the store fails, or its bytes are not
+/// UTF-8.
+std::optional<QString> key(AIProvider provider);
+
+/// Removes the provider's stored key, then stores `key` when it is given and not empty,
+/// so saving always replaces and saving nothing or "" removes.
+void setKey(const std::optional<QString> &key, AIProvider provider);
+
+} // namespace AIKeyStore

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "SorviKit/ai/AIClient.h"
+
+#include <QByteArray>
+#include <QString>
+
+/// Checks a saved key with the smallest real request: one tiny picture, one pick asked for.
+namespace AIKeyTest {
+
+/// A 64 × 48 JPEG of a plain light blue.
+QByteArray picture();
+
+/// Sends the test picture through `client` and returns the one-line result for the user:
+/// "Works: <company> answered with <model>." or the error's description. Blocks.
+QString run(const AIClient &client);
+
+} // namespace AIKeyTest

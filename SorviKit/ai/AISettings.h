@@ -1,0 +1,33 @@
+#pragma once
+
+#include "SorviKit/ai/AIClient.h"
+#include "SorviKit/ai/AIProvider.h"
+
+#include <QString>
+
+#include <optional>
+
+/// The application's AI preferences, kept in the user's settings (QSettings of
+/// "Kestrane"/"Sorvi"): the chosen service, a model per service and the consent given per
+/// service. Nothing is cached, so every call sees the latest saved values; the API key
+/// lives in AIKeyStore, never here. GUI thread or any thread with a QCoreApplication.
+namespace AISettings {
+
+/// The chosen service; "anthropic" when none or an unknown one is stored.
+AIProvider provider();
+void setProvider(AIProvider provider);
+
+/// The model to request from `provider`: the stored one when not empty, else its default.
+QString model(AIProvider provider);
+/// The model text exactly as stored for `provider`, empty when none is.
+QString storedModel(AIProvider provider);
+void setModel(const QString &model, AIProvider provider);
+
+/// Whether the user allowed previews to be sent to `provider`.
+bool consented(AIProvider provider);
+void setConsent(bool allowed, AIProvider provider);
+
+/// A client for the chosen service with its model and stored key; nothing without a key.
+std::optional<AIClient> client();
+
+} // namespace AISettings

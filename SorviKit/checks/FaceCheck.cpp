@@ -1,0 +1,262 @@
+#include "SorviKit/checks/FaceCheck.h"
+
+#include "SorviKit/checks/FaceModels.h"
+
+#include <QRectF>
+#include <QStringList>
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+// Below this eye aspect ratio the lids are together whatever else is seen; a squint stays
+// above it.
+constexpr double clearlyClosedRatio = 0.15;
+// The usual blink threshold of the eye aspect ratio: open eyes measure about 0.25–0.35.
+// Squinting and winking eyes fall below it too, so alone it is not enough.
+constexpr double closedRatio = 0.20;
+// The larger picture must show the same frame: the face boxes are carried over by scale.
+constexpr double sameProportionsTolerance = 0.02;
+// Face crops are measured at this width so that sharpness does not depend on face size.
+constexpr int sharpnessWidth = 128;
+// A little below the Laplacian variance of a face in focus at sharpnessWidth (about 130 to
+// 500 in sharp portraits), so that a sharp face scores above one half; a blur of a few
+// pixels brings the variance down to about 10.
+constexpr double sharpnessScale = 100.0;
+// A face this wide (fraction of the picture) or wider is large enough for full marks.
+constexpr double fullSizeWidth = 0.10;
+
+struct Face {
+    QRectF box;
+    std::optional<FaceShape> shape;
+};
+
+std::vector<QPointF> eyePoints(const FaceShape &shape, int first)
+{
+    return std::vector<QPointF>(shape.points.begin() + first, shape.points.begin() + first + 6);
+}
+
+double clamp01(double value)
+{
+    return std::clamp(value, 0.0, 1.0);
+}
+
+// Variance of the 4-neighbour Laplacian over the interior of a grey picture.
+double laplacianVariance(const QImage &grey)
+{
+    double sum = 0, squares = 0;
+    long count = 0;
+    for (int y = 1; y + 1 < grey.height(); ++y) {
+        const uchar *above = grey.constScanLine(y - 1);
+        const uchar *row = grey.constScanLine(y);
+        const uchar *below = grey.constScanLine(y + 1);
+        for (int x = 1; x + 1 < grey.width(); ++x) {
+            const double l = above[x] + below[x] + row[x - 1] + row[x + 1] - 4.0 * row[x];
+            sum += l;
+            squares += l * l;
+            ++count;
+        }
+    }
+    if (count == 0)
+        return 0;
+    const double mean = sum / double(count);
+    return squares / double(count) - mean * mean;
+}
+
+double sharpnessTerm(const QImage &grey, const QRectF &box)
+{
+    const QRect area = box.toAlignedRect() & grey.rect();
+    if (area.width() < 2 || area.height() < 2)
+        return 0;
+    const QImage crop = grey.copy(area).scaledToWidth(sharpnessWidth, Qt::SmoothTransformation);
+    const double variance = laplacianVariance(crop);
+    return variance / (variance + sharpnessScale);
+}
+
+// How evenly the nose tip (30) sits between the jaw's ends (0 and 16): 1 when the face looks
+// straight at the camera, towards 0 as it turns away.
+double poseTerm(const FaceShape &shape)
+{
+    const double left = std::abs(shape.points[30].x() - shape.points[0].x());
+    const double right = std::abs(shape.points[16].x() - shape.points[30].x());
+    if (left + right <= 0)
+        return 0;
+    return 1.0 - std::abs(left - right) / (left + right);
+}
+
+double quality(const QImage &grey, const Face &face)
+{
+    double eyes = 0, pose = 0;
+    if (face.shape) {
+        const double ratio = (FaceCheck::eyeAspectRatio(eyePoints(*face.shape, 36))
+                              + FaceCheck::eyeAspectRatio(eyePoints(*face.shape, 42)))
+                             / 2;
+        eyes = clamp01((ratio - clearlyClosedRatio) / clearlyClosedRatio);
+        pose = poseTerm(*face.shape);
+    }
+    const double size = clamp01(face.box.width() / grey.width() / fullSizeWidth);
+    return 0.40 * sharpnessTerm(grey, face.box) + 0.25 * eyes + 0.20 * pose + 0.15 * size;
+}
+
+std::vector<Face> findFaces(const FaceModels &models, const QImage &grey)
+{
+    std::vector<Face> faces;
+    for (const QRectF &box : models.detect(grey))
+        faces.push_back({box, models.shape(grey, box, false)});
+    return faces;
+}
+
+QString eyeReport(const std::vector<Face> &faces, int pictureWidth)
+{
+    QStringList entries;
+    for (const Face &face : faces) {
+        if (!face.shape)
+            continue;
+        entries << QString::asprintf("[%.2f/%.2f w%.2f]",
+                                     FaceCheck::openness(eyePoints(*face.shape, 36)),
+                                     FaceCheck::openness(eyePoints(*face.shape, 42)),
+                                     face.box.width() / pictureWidth);
+    }
+    return entries.join(QLatin1Char(' '));
+}
+
+bool wideEnough(const QRectF &box, int pictureWidth)
+{
+    return box.width() >= FaceCheck::minimumFaceWidth * pictureWidth;
+}
+
+// The larger picture, grey, when there is one that shows the same frame; else nothing.
+std::optional<QImage> largerGrey(const QImage &grey,
+                                 const std::function<std::optional<QImage>()> &larger)
+{
+    std::optional<QImage> picture;
+    try {
+        if (larger)
+            picture = larger();
+    } catch (const std::exception &) {
+        return std::nullopt; // the caller's failure; the working picture will do
+    }
+    if (!picture || picture->isNull())
+        return std::nullopt;
+    const double working = double(grey.width()) / grey.height();
+    const double other = double(picture->width()) / picture->height();
+    if (std::abs(other / working - 1) > sameProportionsTolerance)
+        return std::nullopt;
+    return picture->convertToFormat(QImage::Format_Grayscale8);
+}
+
+struct EyeCount {
+    int faces = 0;
+    int closed = 0;
+};
+
+// The eye pass: the counted faces carried over to `eyes` and judged there. Faces whose eyes
+// could not be judged are not kept.
+EyeCount judgeEyes(const FaceModels &models, const QImage &eyes, const std::vector<Face> &counted,
+                   double scale)
+{
+    EyeCount count;
+    for (const Face &face : counted) {
+        const QRectF box(face.box.topLeft() * scale, face.box.size() * scale);
+        if (!wideEnough(box, eyes.width()))
+            continue;
+        const std::optional<FaceShape> shape = models.shape(eyes, box, true);
+        if (!shape || !shape->eyesSeen)
+            continue;
+        ++count.faces;
+        const bool leftClosed = FaceCheck::eyeClosed(
+            FaceCheck::eyeAspectRatio(eyePoints(*shape, 36)), (*shape->eyesSeen)[0]);
+        const bool rightClosed = FaceCheck::eyeClosed(
+            FaceCheck::eyeAspectRatio(eyePoints(*shape, 42)), (*shape->eyesSeen)[1]);
+        if (leftClosed && rightClosed)
+            ++count.closed;
+    }
+    return count;
+}
+
+int closedByOpenness(const std::vector<Face> &counted)
+{
+    return int(std::count_if(counted.begin(), counted.end(), [](const Face &face) {
+        return face.shape
+               && FaceCheck::openness(eyePoints(*face.shape, 36)) < FaceCheck::opennessThreshold
+               && FaceCheck::openness(eyePoints(*face.shape, 42)) < FaceCheck::opennessThreshold;
+    }));
+}
+
+} // namespace
+
+namespace FaceCheck {
+
+FaceFindings check(const QImage &working, const std::function<std::optional<QImage>()> &larger)
+{
+    const FaceModels *models = FaceModels::shared();
+    return models ? check(*models, working, larger) : FaceFindings();
+}
+
+FaceFindings check(const FaceModels &models, const QImage &working,
+                   const std::function<std::optional<QImage>()> &larger)
+{
+    FaceFindings findings;
+    if (working.isNull())
+        return findings;
+    const QImage grey = working.convertToFormat(QImage::Format_Grayscale8);
+    const std::vector<Face> faces = findFaces(models, grey);
+    std::vector<Face> counted;
+    for (const Face &face : faces) {
+        const double q = quality(grey, face);
+        findings.faceQuality = std::max(findings.faceQuality.value_or(0.0), q);
+        if (wideEnough(face.box, grey.width()))
+            counted.push_back(face);
+    }
+    findings.eyeReport = eyeReport(faces, grey.width());
+    findings.faces = int(counted.size());
+    if (counted.empty())
+        return findings;
+
+    const std::optional<QImage> big = largerGrey(grey, larger);
+    const QImage &eyes = big ? *big : grey;
+    const EyeCount judged = judgeEyes(models, eyes, counted, double(eyes.width()) / grey.width());
+    if (judged.faces > 0) {
+        findings.faces = std::max(judged.faces, findings.faces);
+        findings.eyesClosed = judged.closed;
+    } else {
+        findings.eyesClosed = closedByOpenness(counted);
+    }
+    return findings;
+}
+
+double openness(const std::vector<QPointF> &points)
+{
+    if (points.empty())
+        return 1;
+    const auto [left, right] = std::minmax_element(
+        points.begin(), points.end(), [](const QPointF &a, const QPointF &b) { return a.x() < b.x(); });
+    const auto [top, bottom] = std::minmax_element(
+        points.begin(), points.end(), [](const QPointF &a, const QPointF &b) { return a.y() < b.y(); });
+    const double width = right->x() - left->x();
+    if (width <= 0)
+        return 1;
+    return (bottom->y() - top->y()) / width;
+}
+
+double eyeAspectRatio(const std::vector<QPointF> &points)
+{
+    if (points.size() != 6)
+        return 1;
+    const auto distance = [&](int a, int b) {
+        const QPointF d = points[a] - points[b];
+        return std::hypot(d.x(), d.y());
+    };
+    const double corners = distance(0, 3);
+    if (corners <= 0)
+        return 1;
+    return (distance(1, 5) + distance(2, 4)) / (2 * corners);
+}
+
+bool eyeClosed(double aspectRatio, bool openEyeSeen)
+{
+    return aspectRatio < clearlyClosedRatio || (!openEyeSeen && aspectRatio < closedRatio);
+}
+
+} // namespace FaceCheck

@@ -1,0 +1,79 @@
+#pragma once
+
+#include "SorviKit/core/Rating.h"
+#include "SorviKit/library/Shot.h"
+
+#include <QHash>
+#include <QList>
+#include <QString>
+#include <cstdint>
+#include <functional>
+#include <stdexcept>
+
+/// Takes the photographer's decisions out into files editors read: sidecars, verified
+/// copies, the Lightroom flags list, rejects moved aside and back. Synchronous and
+/// stateless; run it off the GUI thread. Never deletes or overwrites a photo. File
+/// errors are thrown as FileError whose description names the file and the cause.
+namespace Handoff {
+
+struct CopyResult {
+    int files = 0;              ///< files now at the destination because of this run
+    std::uint64_t bytes = 0;    ///< bytes copied by verified copy
+    int alreadyThere = 0;       ///< identical files found at the target, skipped
+    int locationRemoved = 0;    ///< JPEG/HEIC copies written without location (also in files)
+    friend bool operator==(const CopyResult &, const CopyResult &) = default;
+};
+
+/// A copy whose read-back differed from the original.
+class VerifyFailed : public std::runtime_error {
+public:
+    explicit VerifyFailed(const QString &name);
+    QString name() const { return m_name; }
+    /// "The copy of NAME didn't match the original when read back. …"
+    QString description() const;
+
+private:
+    QString m_name;
+};
+
+struct Move {
+    QString source;
+    QString moved;
+    friend bool operator==(const Move &, const Move &) = default;
+};
+
+struct MoveResult {
+    QList<Move> moves;
+    QString rejectedFolder;
+};
+
+inline const QString flagsListName = QStringLiteral(".kestrane-sorvi-flags.txt");
+inline const QString rejectedFolderName = QStringLiteral("Rejected");
+inline const QString writeProbePrefix = QStringLiteral(".kestrane-write-test-");
+constexpr qint64 chunkBytes = 4 * 1024 * 1024;
+
+int writeSidecars(const QList<Shot> &shots, const QHash<QString, Rating> &ratings);
+int writeSidecars(const QList<Shot> &shots, const QHash<QString, Rating> &ratings, const QString &root,
+                  const QString &into);
+
+/// `progress` gets the fraction done (0…1) on the calling thread.
+/// `afterWrite` is a test seam called with each verified copy's path after it was written
+/// and before it is read back.
+CopyResult copy(const QList<Shot> &shots, const QString &root, const QString &destination, bool removeLocation,
+                const std::function<void(double)> &progress = {},
+                const std::function<void(const QString &)> &afterWrite = {});
+
+int writeFlagsList(const QList<Shot> &shots, const QHash<QString, Rating> &ratings, const QString &root,
+                   const QString &folder = {});
+MoveResult moveRejects(const QList<Shot> &shots, const QString &root);
+void undo(const QList<Move> &moves);
+
+bool canWrite(const QString &folder, bool test);
+QString uniqueTarget(const QString &path);
+QString relativePath(const QString &file, const QString &root);
+std::uint64_t size(const QString &path);
+QString hash(const QString &path, bool uncached);
+QString copyHashing(const QString &source, const QString &target);
+bool writeWithoutLocation(const QString &source, const QString &target);
+
+} // namespace Handoff
