@@ -2,13 +2,11 @@
 #include "SorviKit/ai/AICuller.h"
 #include "SorviKit/ai/AIPreset.h"
 #include "SorviKit/ai/AISettings.h"
-#include "SorviKit/library/Catalog.h"
 #include "CommandLine.h"
 #include "Commands.h"
 #include "FolderShots.h"
 #include "SorviKit/previews/PreviewLoader.h"
 #include "Terminal.h"
-#include "SorviKit/handoff/XMPSidecar.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -72,11 +70,12 @@ std::variant<AskOptions, int> parse(const CommandLine &line)
 // would show (sidecar ratings adopted where the catalog has none).
 QList<Shot> sendable(const QString &folder)
 {
+    FolderSession session(folder);
     Terminal::ProgressLine progress;
-    const QList<Shot> shots = FolderShots::withDetails(folder, progress);
-    Catalog catalog(folder);
-    catalog.adopt(XMPSidecar::ratingsOf(shots));
-    const QHash<QString, Rating> ratings = catalog.ratings();
+    const QList<Shot> shots = FolderShots::withDetails(session, progress);
+    const QHash<QString, Rating> ratings = session.openCatalog();
+    // Adopting sidecar ratings may have written the catalog; a failure is said, the ask goes on.
+    FolderShots::finish(session, 0);
     QList<Shot> kept;
     for (const Shot &shot : shots)
         if (ratings.value(shot.id).flag != Rating::Flag::reject)

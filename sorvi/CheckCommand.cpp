@@ -1,20 +1,10 @@
-#include "SorviKit/checks/AssessmentStore.h"
-#include "SorviKit/checks/Assessor.h"
-#include "SorviKit/checks/Bursts.h"
-#include "SorviKit/library/Catalog.h"
-#include "SorviKit/checks/CheckRun.h"
 #include "CommandLine.h"
 #include "Commands.h"
 #include "FolderShots.h"
 #include "SorviKit/core/JsonText.h"
-#include "SorviKit/previews/PreviewLoader.h"
 #include "Terminal.h"
 
 namespace {
-
-// Nothing is shown twice in one run, so the cache only has to hold what a few workers
-// are looking at.
-constexpr qint64 commandCacheBytes = 256'000'000;
 
 struct Marks {
     QList<QStringList> bursts;
@@ -106,29 +96,28 @@ int Commands::check(const QStringList &args)
         FolderShots::onlyFolderArgument(line, QStringLiteral("usage: sorvi check FOLDER [--json]\n"), status);
     if (!folder)
         return status;
+    FolderSession session(*folder);
     Terminal::ProgressLine progress;
-    const QList<Shot> shots = FolderShots::withDetails(*folder, progress);
-    AssessmentStore store(*folder, Catalog::defaultDirectory());
-    PreviewLoader loader(commandCacheBytes);
-    const CheckRun::Outcome outcome = CheckRun::checkPending(shots, store, loader, [&](int done, int total) {
-        progress.show(QStringLiteral("Checking sharpness and eyes %1 of %2").arg(done).arg(total));
-    });
+    const QList<Shot> shots = FolderShots::withDetails(session, progress);
+    int checkedNow = 0;
+    QStringList unreadable;
+    const CheckMarks checked = session.check(
+        [&](int done, int total) {
+            progress.show(QStringLiteral("Checking sharpness and eyes %1 of %2").arg(done).arg(total));
+        },
+        &checkedNow, &unreadable);
     progress.clear();
 
-    const QHash<QString, Assessment> results = store.results();
-    Marks marks;
-    marks.bursts = Bursts::group(shots, 1.0);
-    marks.soft = Assessor::soft(results, 0.1);
-    marks.best = Assessor::bestOfBursts(marks.bursts, results);
+    const QHash<QString, Assessment> &results = checked.results;
+    const Marks marks{session.bursts(), checked.soft, checked.bestOfBurst};
     if (line.has(QStringLiteral("--json")))
         printJson(shots, results, marks);
     else
         printText(shots, results, marks);
     Terminal::printErr(QStringLiteral("%1 checked now, %2 stored from before%3\n")
-                           .arg(Terminal::counted(outcome.checked, QStringLiteral("photo")))
-                           .arg(results.size() - outcome.checked)
-                           .arg(outcome.unreadable.isEmpty()
-                                    ? QString()
-                                    : QStringLiteral(", %1 could not be read").arg(outcome.unreadable.size())));
-    return 0;
+                           .arg(Terminal::counted(checkedNow, QStringLiteral("photo")))
+                           .arg(results.size() - checkedNow)
+                           .arg(unreadable.isEmpty() ? QString()
+                                                     : QStringLiteral(", %1 could not be read").arg(unreadable.size())));
+    return FolderShots::finish(session, 0);
 }

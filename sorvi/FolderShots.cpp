@@ -1,8 +1,5 @@
 #include "FolderShots.h"
 
-#include "SorviKit/library/DetailReader.h"
-#include "SorviKit/library/ShotScanner.h"
-
 #include <QFileInfo>
 
 namespace FolderShots {
@@ -29,12 +26,23 @@ std::optional<QString> onlyFolderArgument(const CommandLine &line, const QString
     return folder;
 }
 
-QList<Shot> withDetails(const QString &folder, Terminal::ProgressLine &progress)
+QList<Shot> withDetails(FolderSession &session, Terminal::ProgressLine &progress)
 {
-    progress.show(QStringLiteral("Listing %1…").arg(folder));
-    return DetailReader::readAll(ShotScanner::list(folder), [&progress](qsizetype done, qsizetype total) {
+    progress.show(QStringLiteral("Listing %1…").arg(session.folder()));
+    session.listShots();
+    return session.readDetails([&progress](int done, int total) {
         progress.show(QStringLiteral("Reading details %1 of %2").arg(done).arg(total));
     });
+}
+
+int finish(FolderSession &session, int status)
+{
+    const QStringList failures = session.flush();
+    for (const QString &notice : session.keptAside())
+        Terminal::printErr(notice + QLatin1Char('\n'));
+    for (const QString &failure : failures)
+        Terminal::printErr(failure + QLatin1Char('\n'));
+    return failures.isEmpty() ? status : 1;
 }
 
 } // namespace FolderShots

@@ -1,15 +1,18 @@
 #pragma once
 
 #include "CommandLine.h"
-#include "SorviKit/library/Shot.h"
 #include "Terminal.h"
+
+#include "SorviKit/library/Shot.h"
+#include "SorviKit/session/FolderSession.h"
 
 #include <QList>
 #include <QString>
 
 #include <optional>
 
-/// What the commands that work on a whole folder share.
+/// What the commands that work on a whole folder share: the folder argument, and the
+/// same folder session the application runs.
 namespace FolderShots {
 
 /// The canonical path of `path` when it is a folder; otherwise prints why on stderr and
@@ -21,8 +24,11 @@ std::optional<QString> existingFolder(const QString &path);
 /// (exit status 1) printed on stderr and the status in `exitCode`.
 std::optional<QString> onlyFolderArgument(const CommandLine &line, const QString &usage, int &exitCode);
 
-/// The shots of `folder` in order, with their details read on all cores, reporting on
-/// `progress` while it works.
-QList<Shot> withDetails(const QString &folder, Terminal::ProgressLine &progress);
+/// The session's shots in order with their details read, reporting on `progress`.
+QList<Shot> withDetails(FolderSession &session, Terminal::ProgressLine &progress);
+
+/// Ends a command that used `session`: prints on stderr where files of ours that could
+/// not be read were kept and every write that failed; 1 when a write failed, else `status`.
+int finish(FolderSession &session, int status);
 
 } // namespace FolderShots

@@ -3,9 +3,7 @@
 #include "Commands.h"
 #include "SorviKit/core/FileNameOrder.h"
 #include "FolderShots.h"
-#include "SorviKit/library/ShotScanner.h"
 #include "Terminal.h"
-#include "SorviKit/handoff/XMPSidecar.h"
 
 #include <QFileInfo>
 
@@ -63,14 +61,6 @@ bool applyChanges(const CommandLine &line, Rating &rating)
     return true;
 }
 
-// What the application does when it opens a folder: ratings that sidecars state (written
-// by another editor or by an earlier hand-off) join the catalog, but never override a
-// rating given here.
-void adoptSidecarRatings(Catalog &catalog, const QList<Shot> &shots)
-{
-    catalog.adopt(XMPSidecar::ratingsOf(shots));
-}
-
 } // namespace
 
 int Commands::ratings(const QStringList &args)
@@ -81,19 +71,20 @@ int Commands::ratings(const QStringList &args)
         FolderShots::onlyFolderArgument(line, QStringLiteral("usage: sorvi ratings FOLDER [--json]\n"), status);
     if (!folder)
         return status;
-    Catalog catalog(*folder);
-    adoptSidecarRatings(catalog, ShotScanner::list(*folder));
-    const QHash<QString, Rating> ratings = catalog.ratings();
+    // Opened as the application opens it, so sidecar ratings join the catalog the same way.
+    FolderSession session(*folder);
+    session.listShots();
+    const QHash<QString, Rating> ratings = session.openCatalog();
     if (line.has(QStringLiteral("--json"))) {
         Terminal::printOut(QString::fromUtf8(Catalog::encode(*folder, ratings)) + QLatin1Char('\n'));
-        return 0;
+        return FolderShots::finish(session, 0);
     }
     QStringList ids = ratings.keys();
     std::sort(ids.begin(), ids.end(), FileNameOrder::lessThan);
     for (const QString &id : std::as_const(ids))
         Terminal::printOut(id + QStringLiteral("  ") + ratingText(ratings.value(id)) + QLatin1Char('\n'));
     Terminal::printOut(Terminal::counted(ids.size(), QStringLiteral("rated photo")) + QLatin1Char('\n'));
-    return 0;
+    return FolderShots::finish(session, 0);
 }
 
 int Commands::rate(const QStringList &args)
@@ -109,17 +100,16 @@ int Commands::rate(const QStringList &args)
     if (!folder)
         return 1;
     const QString id = line.positional().at(1);
-    const QList<Shot> shots = ShotScanner::list(*folder);
+    FolderSession session(*folder);
+    const QList<Shot> shots = session.listShots();
     if (std::none_of(shots.begin(), shots.end(), [&id](const Shot &shot) { return shot.id == id; })) {
         Terminal::printErr(QStringLiteral("sorvi: no photo with the id \"%1\" in %2\n").arg(id, *folder));
         return 2;
     }
-    Catalog catalog(*folder);
-    adoptSidecarRatings(catalog, shots);
-    Rating rating = catalog.rating(id).value_or(Rating());
+    Rating rating = session.openCatalog().value(id);
     if (!applyChanges(line, rating))
-        return 2;
-    catalog.set(rating, id);
+        return FolderShots::finish(session, 2);
+    session.catalog()->set(rating, id);
     Terminal::printOut(id + QStringLiteral("  ") + ratingText(rating) + QLatin1Char('\n'));
-    return 0;
+    return FolderShots::finish(session, 0);
 }

@@ -1,4 +1,3 @@
-#include "SorviKit/checks/Bursts.h"
 #include "CommandLine.h"
 #include "Commands.h"
 #include "FolderShots.h"
@@ -99,13 +98,13 @@ int Commands::scan(const QStringList &args)
         FolderShots::onlyFolderArgument(line, QStringLiteral("usage: sorvi scan FOLDER [--json]\n"), status);
     if (!folder)
         return status;
+    FolderSession session(*folder);
     Terminal::ProgressLine progress;
-    const QList<Shot> shots = FolderShots::withDetails(*folder, progress);
+    const QList<Shot> shots = FolderShots::withDetails(session, progress);
     progress.clear();
-    const QList<QStringList> bursts = Bursts::group(shots, 1.0);
     if (line.has(QStringLiteral("--json")))
-        printJson(*folder, shots, bursts);
+        printJson(*folder, shots, session.bursts());
     else
-        printText(*folder, shots, bursts);
-    return 0;
+        printText(*folder, shots, session.bursts());
+    return FolderShots::finish(session, 0);
 }

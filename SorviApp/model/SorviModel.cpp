@@ -32,9 +32,9 @@ SorviModel::SorviModel(Options options, QObject *parent)
     m_autoAdvance = settings.value(QLatin1String(autoAdvanceKey), true).toBool();
     m_showChecks = settings.value(QLatin1String(showChecksKey), true).toBool();
     m_stepStatus = stepStatus();
-    // Opening and check tasks mostly wait for their loops, which run on the global pool;
-    // a few may overlap while stale generations finish.
-    m_tasks.setMaxThreadCount(8);
+    // Session tasks mostly wait for their loops, which run on the global pool; a few
+    // may overlap while cancelled ones wind down.
+    m_stages.setMaxThreadCount(4);
     // Prefetching runs only when no core has anything better to do (on Linux an idle
     // priority thread is scheduled SCHED_IDLE), so it never delays the next key press.
     m_prefetchPool.setThreadPriority(QThread::IdlePriority);
@@ -47,9 +47,13 @@ SorviModel::~SorviModel()
     // Work of any generation reads the preview cache and posts to this object, so all of
     // it must end here; loops skip what they have not started yet.
     m_stopping = true;
+    if (m_session)
+        m_session->cancel();
     m_prefetchPool.clear();
     m_prefetchPool.waitForDone();
-    m_tasks.waitForDone();
+    m_stages.waitForDone();
+    // Quitting waits for the last rating to reach the disk.
+    m_writer.waitForIdle();
 }
 
 QString SorviModel::rawValue(Filter filter)
@@ -228,6 +232,16 @@ void SorviModel::clearUndo()
         return;
     m_undoStack.clear();
     emit canUndoChanged();
+}
+
+QString SorviModel::warning() const
+{
+    return m_writeFailures.isEmpty() ? m_notice : m_writeFailures.first();
+}
+
+void SorviModel::refreshWarning()
+{
+    assign(m_warning, warning(), &SorviModel::warningChanged);
 }
 
 void SorviModel::refreshStatus()

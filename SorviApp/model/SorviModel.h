@@ -6,6 +6,9 @@
 #include "SorviKit/core/Rating.h"
 #include "SorviKit/library/Shot.h"
 #include "SorviKit/library/ShotScanner.h"
+#include "SorviKit/core/SerialWriter.h"
+#include "SorviKit/core/StoreFile.h"
+#include "SorviKit/session/FolderSession.h"
 
 #include <QHash>
 #include <QList>
@@ -22,7 +25,6 @@
 #include <optional>
 #include <utility>
 
-class AssessmentStore;
 class Catalog;
 class MountWatcher;
 
@@ -36,10 +38,15 @@ using IdSet = QSet<QString>;
 /// filter and selection, the results of the checks and of an AI request, and the
 /// progress of background work. One instance lives for the application's lifetime on the
 /// GUI thread; every property is read and written there only, and every property's
-/// signal is emitted only when its value really changed. Background work (listing,
-/// details, checks, prefetching) runs on thread pools and hands its results back by
-/// queued call; results of a folder that is no longer open are dropped by comparing the
-/// generation they were started with. The destructor stops pending work and waits for it.
+/// signal is emitted only when its value really changed.
+///
+/// An opened folder is a FolderSession run as one background task (its loops use the
+/// global thread pool); what it reports comes back by queued call and is dropped when
+/// its generation is no longer current, and opening another folder cancels it. Rating
+/// actions change the catalog in memory and leave the write to the one SerialWriter, so
+/// no key press waits for the disk; a write that fails, or a file of ours that could not
+/// be read and was kept aside, shows as `warning`. Prefetching runs on an idle-priority
+/// pool. The destructor cancels the session, waits for its task and for the last write.
 class SorviModel : public QObject {
     Q_OBJECT
     Q_PROPERTY(QString folder READ folder NOTIFY folderChanged)
@@ -69,6 +76,7 @@ class SorviModel : public QObject {
     Q_PROPERTY(int step READ step NOTIFY stepChanged)
     Q_PROPERTY(QString stepStatus READ stepStatus NOTIFY stepStatusChanged)
     Q_PROPERTY(QList<RecentFolder> recentFolders READ recentFolders NOTIFY recentFoldersChanged)
+    Q_PROPERTY(QString warning READ warning NOTIFY warningChanged)
 
 public:
     /// Which shots are visible; rawValue() gives the text the filter control shows.
@@ -93,6 +101,10 @@ public:
         std::function<QList<Shot>(const QString &folder)> list = &ShotScanner::list;
         /// Whether the on-device checks run after details are read.
         bool runsChecks = true;
+        /// The folder of catalogs and check results.
+        QString storeDirectory = Catalog::defaultDirectory();
+        /// How our files are written; a seam for tests (slow or failing disks).
+        StoreFile::WriteFunction writeFile;
     };
 
     /// User-default keys of the two remembered switches.
@@ -101,10 +113,6 @@ public:
     /// Preview sizes: the largest worth loading, and the one used without a screen.
     static constexpr int maximumScreenPixels = 3840;
     static constexpr int fallbackScreenPixels = 2560;
-    /// Gap in seconds between frames of one burst.
-    static constexpr double burstGap = 1.0;
-    /// Below this fraction of the shoot's median sharpness a shot is soft.
-    static constexpr double softFraction = 0.1;
 
     /// Created on the GUI thread. Reads "AutoAdvance" and "ShowChecks" from the default
     /// QSettings (the application's organisation and name must be set before), prepares
@@ -149,6 +157,10 @@ public:
     int checked() const { return m_checked; }
     bool showChecks() const { return m_showChecks; }
     bool canUndo() const { return !m_undoStack.isEmpty(); }
+    /// One line for the status bar when something of ours could not be saved (until the
+    /// next good write of that file) or a file of ours that could not be read was kept
+    /// aside (until another folder is opened); empty otherwise.
+    QString warning() const;
 
     /// A new filter or minimum also keeps the selection visible.
     void setFilter(Filter filter);
@@ -227,6 +239,10 @@ public:
     /// The recent folders with whether each is reachable now; re-read on every call.
     QList<RecentFolder> recentFolders() const;
 
+    /// Blocks until every write of our files asked for so far is on disk (or failed): for
+    /// quitting and for tests, never for an action.
+    void waitForWrites() { m_writer.waitForIdle(); }
+
     /// The preview cache every view shares. Thread-safe; outlives nothing but the model.
     PreviewLoader &previews() { return m_previews; }
 
@@ -260,6 +276,7 @@ signals:
     void stepStatusChanged();
     /// The recent list or the mounts changed; read recentFolders() again.
     void recentFoldersChanged();
+    void warningChanged();
 
 private:
     template <typename T>
@@ -287,15 +304,15 @@ private:
 
     // Opening and checking.
     void postIfCurrent(quint64 generation, std::function<void()> publish);
-    void loadInBackground(const QString &folder, std::shared_ptr<Catalog> catalog, quint64 generation);
-    QList<Shot> readDetails(const QList<Shot> &shots, quint64 generation);
-    void publishListed(const QList<Shot> &shots, const RatingMap &ratings);
-    void publishDetailed(quint64 generation, const QList<Shot> &shots, const QList<QStringList> &groups);
-    void runChecks(quint64 generation, const QList<QStringList> &groups);
-    void checkInBackground(quint64 generation, const QList<QStringList> &groups,
-                           std::shared_ptr<AssessmentStore> store, QList<Shot> pending, int before, int total);
-    std::optional<Assessment> assess(const Shot &shot); ///< worker thread; none when no preview decodes
-    void publishChecks(const AssessmentMap &results, const QList<QStringList> &groups);
+    FolderSession::Options sessionOptions();
+    void runSession(FolderSession &session, quint64 generation); ///< on the stage pool
+    void publishListed(const QList<Shot> &shots, const RatingMap &ratings, std::shared_ptr<Catalog> catalog);
+    void publishDetailed(const QList<Shot> &shots, const QList<QStringList> &groups);
+    void publishChecks(const CheckMarks &marks);
+
+    // Warnings.
+    void noteStoreEvent(const StoreEvent &event);
+    void refreshWarning();
 
     // Ratings.
     /// Puts `changes` into `ratings` (empty ones removed) and writes them to the catalog in
@@ -328,7 +345,11 @@ private:
     bool m_showChecks = true;
 
     QList<RatingMap> m_undoStack; ///< what each action replaced, oldest first
-    std::shared_ptr<Catalog> m_catalog;
+    std::shared_ptr<FolderSession> m_session; ///< the open folder's; cancelled when replaced
+    std::shared_ptr<Catalog> m_catalog;      ///< the open folder's, once its shots are listed
+    QMap<QString, QString> m_writeFailures;  ///< file → why its last write failed
+    QString m_notice;                        ///< a file of ours kept aside, said once per folder
+    QString m_warning;
     quint64 m_generation = 0;     ///< advanced by every open and close
     bool m_shotsAreOpenFolders = false; ///< shots were listed from the open folder
     QString m_accessed;
@@ -338,7 +359,10 @@ private:
     MountWatcher *m_mounts = nullptr;
 
     std::atomic<bool> m_stopping = false;
+    // Declared first of the workers so that it is destroyed last: every write asked for
+    // by the tasks below is done before the model is gone.
+    SerialWriter m_writer;
     PreviewLoader m_previews;
-    QThreadPool m_tasks;         ///< one task per opening and per check run
-    QThreadPool m_prefetchPool;  ///< low-priority preview loads
+    QThreadPool m_stages;       ///< one task per opened folder, running its session
+    QThreadPool m_prefetchPool; ///< low-priority preview loads
 };

@@ -1,26 +1,13 @@
-// Opening and closing a folder: the background stages that list, rate, detail and check
-// its shots, and how their results reach the GUI thread.
+// Opening and closing a folder: its session's stages run as one background task, and
+// what they report reaches the GUI thread only while the folder is still the open one.
 #include "SorviApp/model/SorviModel.h"
 
-#include "SorviKit/checks/AssessmentStore.h"
-#include "SorviKit/checks/Assessor.h"
-#include "SorviKit/checks/Bursts.h"
 #include "SorviKit/library/Catalog.h"
-#include "SorviKit/handoff/XMPSidecar.h"
 
 #include <QDir>
 #include <QFileInfo>
-#include <QMutex>
-#include <QtConcurrent/QtConcurrentMap>
-
-#include <numeric>
-#include <vector>
 
 namespace {
-
-// Progress is published in batches so that a large card does not flood the GUI thread.
-constexpr int detailsBatch = 50;
-constexpr int checksBatch = 10;
 
 BurstMap numbered(const QList<QStringList> &groups)
 {
@@ -37,9 +24,12 @@ void SorviModel::open(const QString &folder)
 {
     const quint64 generation = ++m_generation;
     const QString path = QDir::cleanPath(QFileInfo(folder).absoluteFilePath());
+    if (m_session)
+        m_session->cancel();
     // The previous folder's shots stay on screen until this one's are listed, but they
-    // are no longer rated: the catalog is about to belong to the new folder.
+    // are no longer rated: their catalog is let go, and the new one arrives with the list.
     m_shotsAreOpenFolders = false;
+    m_catalog.reset();
     setFolder(path);
     setSelection({});
     setFilter(Filter::all);
@@ -47,14 +37,17 @@ void SorviModel::open(const QString &folder)
     setLoading(true);
     resetFolderState();
     holdAccess(path);
-    m_catalog = std::make_shared<Catalog>(path);
     remember(path);
-    m_tasks.start([this, path, catalog = m_catalog, generation] { loadInBackground(path, catalog, generation); });
+    m_session = std::make_shared<FolderSession>(path, sessionOptions());
+    m_stages.start([this, session = m_session, generation] { runSession(*session, generation); });
 }
 
 void SorviModel::close()
 {
     ++m_generation;
+    if (m_session)
+        m_session->cancel();
+    m_session.reset();
     m_shotsAreOpenFolders = false;
     m_catalog.reset();
     setFolder({});
@@ -79,6 +72,9 @@ void SorviModel::resetFolderState()
     setChecking(false);
     setChecked(0);
     clearUndo();
+    m_writeFailures.clear();
+    m_notice.clear();
+    refreshWarning();
 }
 
 void SorviModel::postIfCurrent(quint64 generation, std::function<void()> publish)
@@ -92,40 +88,62 @@ void SorviModel::postIfCurrent(quint64 generation, std::function<void()> publish
         Qt::QueuedConnection);
 }
 
-void SorviModel::loadInBackground(const QString &folder, std::shared_ptr<Catalog> catalog, quint64 generation)
+FolderSession::Options SorviModel::sessionOptions()
 {
-    const QList<Shot> listed = m_options.list(folder);
-    // Ratings another application (or an earlier hand-off) wrote into sidecars appear,
-    // but never override what was rated here.
-    catalog->adopt(XMPSidecar::ratingsOf(listed));
-    const RatingMap ratings = catalog->ratings();
-    postIfCurrent(generation, [this, listed, ratings] { publishListed(listed, ratings); });
-
-    const QList<Shot> detailed = readDetails(listed, generation);
-    const QList<QStringList> groups = Bursts::group(detailed, burstGap);
-    postIfCurrent(generation, [this, generation, detailed, groups] { publishDetailed(generation, detailed, groups); });
+    FolderSession::Options options;
+    options.list = m_options.list;
+    options.storeDirectory = m_options.storeDirectory;
+    options.writer = &m_writer;
+    options.writeFile = m_options.writeFile;
+    options.previews = &m_previews;
+    // Not tied to a generation: a write of the folder before that failed is still news.
+    options.storeEvents = [this](const StoreEvent &event) {
+        if (!m_stopping)
+            QMetaObject::invokeMethod(this, [this, event] { noteStoreEvent(event); }, Qt::QueuedConnection);
+    };
+    return options;
 }
 
-QList<Shot> SorviModel::readDetails(const QList<Shot> &shots, quint64 generation)
+void SorviModel::runSession(FolderSession &session, quint64 generation)
 {
-    QList<Shot> detailed = shots;
-    detailed.detach();
-    std::vector<qsizetype> indices(size_t(shots.size()));
-    std::iota(indices.begin(), indices.end(), qsizetype(0));
-    QMutex lock;
-    int done = 0;
-    QtConcurrent::blockingMap(indices, [&](qsizetype i) {
-        Shot shot = m_stopping ? shots[i] : ShotScanner::readDetails(shots[i]);
-        const QMutexLocker locker(&lock);
-        detailed[i] = std::move(shot);
-        if (++done % detailsBatch == 0)
-            postIfCurrent(generation, [this, count = done] { setDetailsRead(count); });
+    const QList<Shot> listed = session.listShots();
+    const RatingMap ratings = session.openCatalog();
+    postIfCurrent(generation, [this, listed, ratings, catalog = session.catalog()] {
+        publishListed(listed, ratings, catalog);
     });
-    return detailed;
+
+    const QList<Shot> detailed = session.readDetails([this, generation](int done, int) {
+        postIfCurrent(generation, [this, done] { setDetailsRead(done); });
+    });
+    const QList<QStringList> groups = session.bursts();
+    if (!m_options.runsChecks || session.isCancelled()) {
+        postIfCurrent(generation, [this, detailed, groups] { publishDetailed(detailed, groups); });
+        return;
+    }
+
+    // A folder checked before shows its badges as soon as its details are in.
+    const CheckMarks stored = session.openChecks();
+    const int total = int(detailed.size());
+    const int before = total - session.pendingChecks();
+    postIfCurrent(generation, [this, detailed, groups, stored, before] {
+        publishDetailed(detailed, groups);
+        setChecking(true);
+        setChecked(before);
+        publishChecks(stored);
+    });
+    const CheckMarks marks = session.check([this, generation, before](int done, int) {
+        postIfCurrent(generation, [this, count = before + done] { setChecked(count); });
+    });
+    postIfCurrent(generation, [this, marks, total] {
+        publishChecks(marks);
+        setChecked(total);
+        setChecking(false);
+    });
 }
 
-void SorviModel::publishListed(const QList<Shot> &shots, const RatingMap &ratings)
+void SorviModel::publishListed(const QList<Shot> &shots, const RatingMap &ratings, std::shared_ptr<Catalog> catalog)
 {
+    m_catalog = std::move(catalog);
     m_shotsAreOpenFolders = true;
     setShots(shots);
     setRatings(ratings);
@@ -134,77 +152,33 @@ void SorviModel::publishListed(const QList<Shot> &shots, const RatingMap &rating
     keepSelectionVisible();
 }
 
-void SorviModel::publishDetailed(quint64 generation, const QList<Shot> &shots, const QList<QStringList> &groups)
+void SorviModel::publishDetailed(const QList<Shot> &shots, const QList<QStringList> &groups)
 {
     setShots(shots);
     setBursts(numbered(groups));
     setDetailsRead(int(shots.size()));
     setLoading(false);
-    runChecks(generation, groups);
 }
 
-void SorviModel::runChecks(quint64 generation, const QList<QStringList> &groups)
+void SorviModel::publishChecks(const CheckMarks &marks)
 {
-    if (m_folder.isEmpty() || !m_options.runsChecks)
-        return;
-    const auto store = std::make_shared<AssessmentStore>(m_folder, Catalog::defaultDirectory());
-    QList<Shot> pending;
-    for (const Shot &shot : std::as_const(m_shots))
-        if (!store->result(shot.id))
-            pending << shot;
-    const int total = int(m_shots.size());
-    const int before = total - int(pending.size());
-    setChecking(true);
-    setChecked(before);
-    // A folder checked before shows its badges at once.
-    publishChecks(store->results(), groups);
-
-    m_tasks.start([this, generation, groups, store, pending, before, total] {
-        checkInBackground(generation, groups, store, pending, before, total);
-    });
+    setAssessments(marks.results);
+    setSoft(marks.soft);
+    setBestOfBurst(marks.bestOfBurst);
 }
 
-void SorviModel::checkInBackground(quint64 generation, const QList<QStringList> &groups,
-                                   std::shared_ptr<AssessmentStore> store, QList<Shot> pending, int before,
-                                   int total)
+void SorviModel::noteStoreEvent(const StoreEvent &event)
 {
-    QMutex lock;
-    int done = 0;
-    QtConcurrent::blockingMap(pending, [&](const Shot &shot) {
-        if (m_stopping)
-            return;
-        const std::optional<Assessment> result = assess(shot);
-        if (!result)
-            return; // tried again the next time the folder is opened
-        store->set(*result, shot.id);
-        const QMutexLocker locker(&lock);
-        if (++done % checksBatch == 0)
-            postIfCurrent(generation, [this, count = before + done] { setChecked(count); });
-    });
-    store->save();
-    postIfCurrent(generation, [this, store, groups, total] {
-        publishChecks(store->results(), groups);
-        setChecked(total);
-        setChecking(false);
-    });
-}
-
-std::optional<Assessment> SorviModel::assess(const Shot &shot)
-{
-    const std::optional<ShotPreview> preview = m_previews.preview(shot, Assessor::workingPixels);
-    if (!preview)
-        return std::nullopt;
-    return Assessor::assess(preview->image, preview->orientation, [&]() -> std::optional<Assessor::OrientedImage> {
-        const std::optional<ShotPreview> larger = m_previews.preview(shot, Assessor::facePixels);
-        if (!larger)
-            return std::nullopt;
-        return Assessor::OrientedImage{larger->image, larger->orientation};
-    });
-}
-
-void SorviModel::publishChecks(const AssessmentMap &results, const QList<QStringList> &groups)
-{
-    setAssessments(results);
-    setSoft(Assessor::soft(results, softFraction));
-    setBestOfBurst(Assessor::bestOfBursts(groups, results));
+    switch (event.kind) {
+    case StoreEvent::Kind::written:
+        m_writeFailures.remove(event.file);
+        break;
+    case StoreEvent::Kind::writeFailed:
+        m_writeFailures.insert(event.file, event.message);
+        break;
+    case StoreEvent::Kind::keptAside:
+        m_notice = event.message;
+        break;
+    }
+    refreshWarning();
 }

@@ -121,6 +121,7 @@ BrowserView::BrowserView(SorviModel &model, QWidget *parent) : QWidget(parent), 
     for (auto signal : {&SorviModel::stepChanged, &SorviModel::stepStatusChanged, &SorviModel::loadingChanged,
                         &SorviModel::checkingChanged})
         connect(&model, signal, this, &BrowserView::refreshStepBar);
+    connect(&model, &SorviModel::warningChanged, this, &BrowserView::refreshWarning);
     connect(&model, &SorviModel::filterChanged, this, &BrowserView::refreshFilter);
     connect(&model, &SorviModel::minimumStarsChanged, this, &BrowserView::refreshStars);
     connect(&model, &SorviModel::checkingChanged, this, &BrowserView::refreshChecksButton);
@@ -130,6 +131,7 @@ BrowserView::BrowserView(SorviModel &model, QWidget *parent) : QWidget(parent), 
     refreshCount();
     refreshBurst();
     refreshStepBar();
+    refreshWarning();
     refreshChecksButton();
 }
 
@@ -274,14 +276,31 @@ QWidget *BrowserView::makeNothingFoundPage()
 QWidget *BrowserView::makeStatusBar()
 {
     auto *bar = new QWidget(this);
-    auto *row = new QHBoxLayout(bar);
+    auto *column = new QVBoxLayout(bar);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+    // Something of ours that could not be saved or read: above the status, never only logged.
+    m_warningLine = new QLabel(bar);
+    m_warningLine->setObjectName(QStringLiteral("warningLine"));
+    m_warningLine->setWordWrap(true);
+    m_warningLine->setStyleSheet(QStringLiteral("QLabel { color: #7a2e00; background: #fff1c2; padding: 4px 12px; }"));
+    column->addWidget(m_warningLine);
+    auto *row = new QHBoxLayout;
     row->setContentsMargins(0, 0, 12, 0);
     m_stepBar = new StepBar(StepBar::sorviSteps(), bar);
     row->addWidget(m_stepBar, 1);
     m_burstLabel = new QLabel(bar);
     m_burstLabel->setObjectName(QStringLiteral("burstLabel"));
     row->addWidget(m_burstLabel);
+    column->addLayout(row);
     return bar;
+}
+
+void BrowserView::refreshWarning()
+{
+    const QString warning = m_model.warning();
+    m_warningLine->setText(QStringLiteral("\u26A0 ") + warning);
+    m_warningLine->setVisible(!warning.isEmpty());
 }
 
 void BrowserView::refreshPage()

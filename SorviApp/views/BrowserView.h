@@ -55,6 +55,7 @@ private:
     void refreshCount();
     void refreshBurst();
     void refreshStepBar();
+    void refreshWarning();
     void refreshFilter();
     void refreshStars();
     void refreshChecksButton();
@@ -76,6 +77,7 @@ private:
     QList<QAction *> m_bulkActions; ///< soft, closed eyes, best of bursts, rest of bursts
     QAction *m_showBadges = nullptr;
     QLabel *m_countLine = nullptr;
+    QLabel *m_warningLine = nullptr;
     QLabel *m_burstLabel = nullptr;
     StepBar *m_stepBar = nullptr;
 };

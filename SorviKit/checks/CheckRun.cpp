@@ -1,28 +1,33 @@
 #include "SorviKit/checks/CheckRun.h"
 
 #include "SorviKit/checks/Assessor.h"
+#include "SorviKit/core/ThrottledProgress.h"
 #include "SorviKit/previews/PreviewLoader.h"
 
 #include <QMutex>
-#include <QThread>
 #include <QtConcurrent/QtConcurrentMap>
-
-#include <atomic>
 
 namespace CheckRun {
 
-Outcome checkPending(const QList<Shot> &shots, AssessmentStore &store, PreviewLoader &loader,
-                     const std::function<void(int done, int total)> &progress)
+QList<Shot> pending(const QList<Shot> &shots, const AssessmentStore &store)
 {
-    QList<Shot> pending;
+    QList<Shot> result;
     for (const Shot &shot : shots)
         if (!store.result(shot.id))
-            pending.append(shot);
+            result.append(shot);
+    return result;
+}
 
-    std::atomic<int> done = 0;
-    QMutex unreadableLock;
+Outcome checkPending(const QList<Shot> &shots, AssessmentStore &store, PreviewLoader &loader,
+                     const std::function<void(int, int)> &progress, std::stop_token stop)
+{
+    const QList<Shot> todo = pending(shots, store);
+    ThrottledProgress told(progress, int(todo.size()));
+    QMutex outcomeLock;
     Outcome outcome;
-    QFuture<void> work = QtConcurrent::map(pending, [&](const Shot &shot) {
+    QtConcurrent::blockingMap(todo, [&](const Shot &shot) {
+        if (stop.stop_requested())
+            return;
         if (const auto preview = loader.preview(shot, Assessor::workingPixels)) {
             const Assessment result = Assessor::assess(preview->image, preview->orientation, [&] {
                 const auto larger = loader.preview(shot, Assessor::facePixels);
@@ -30,23 +35,16 @@ Outcome checkPending(const QList<Shot> &shots, AssessmentStore &store, PreviewLo
                               : std::nullopt;
             });
             store.set(result, shot.id);
+            const QMutexLocker locker(&outcomeLock);
+            ++outcome.checked;
         } else {
-            const QMutexLocker locker(&unreadableLock);
+            const QMutexLocker locker(&outcomeLock);
             outcome.unreadable.append(shot.id);
         }
-        ++done;
+        told.itemDone();
     });
-    const int total = int(pending.size());
-    while (!work.isFinished()) {
-        if (progress)
-            progress(done, total);
-        QThread::msleep(100);
-    }
-    work.waitForFinished();
-    if (progress)
-        progress(done, total);
+    told.finish();
     store.save();
-    outcome.checked = total - int(outcome.unreadable.size());
     return outcome;
 }
 

@@ -73,14 +73,16 @@ void StoreFile::writeNow()
                         .arg(m_contents, m_path, aside.error)});
             return;
         }
+        const QString notice =
+            QStringLiteral("The %1 file %2 could not be read; it was kept as %3 and a new one started.")
+                .arg(m_contents, QFileInfo(m_path).fileName(), aside.path);
         {
             const QMutexLocker locker(&m_lock);
             m_unreadable = false;
             m_keptAside = aside.path;
+            m_keptAsideNotice = notice;
         }
-        report({StoreEvent::Kind::keptAside, m_path,
-                QStringLiteral("The file of %1 %2 could not be read; it was kept as %3 and a new one started.")
-                    .arg(m_contents, QFileInfo(m_path).fileName(), aside.path)});
+        report({StoreEvent::Kind::keptAside, m_path, notice});
     }
     const QString error = m_write(m_path, encode());
     if (error.isEmpty())
@@ -117,6 +119,12 @@ QString StoreFile::keptAsidePath() const
 {
     const QMutexLocker locker(&m_lock);
     return m_keptAside;
+}
+
+QString StoreFile::keptAsideNotice() const
+{
+    const QMutexLocker locker(&m_lock);
+    return m_keptAsideNotice;
 }
 
 void StoreFile::setListener(Listener listener)

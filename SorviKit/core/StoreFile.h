@@ -58,8 +58,9 @@ public:
 
     /// Why the last write failed; empty after a good one.
     QString lastError() const;
-    /// Where the unreadable file was kept; empty when none was.
+    /// Where the unreadable file was kept, and the sentence that says so; empty when none was.
     QString keptAsidePath() const;
+    QString keptAsideNotice() const;
     void setListener(Listener listener);
 
 private:
@@ -78,5 +79,6 @@ private:
     bool m_unreadable = false;
     QString m_lastError;
     QString m_keptAside;
+    QString m_keptAsideNotice;
     Listener m_listener;
 };

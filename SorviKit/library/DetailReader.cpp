@@ -1,32 +1,22 @@
 #include "SorviKit/library/DetailReader.h"
+
+#include "SorviKit/core/ThrottledProgress.h"
 #include "SorviKit/library/ShotScanner.h"
 
 #include <QtConcurrent/QtConcurrentMap>
 
-#include <atomic>
-#include <chrono>
-#include <thread>
-
 namespace DetailReader {
 
-QList<Shot> readAll(const QList<Shot> &shots,
-                    const std::function<void(qsizetype, qsizetype)> &progress, int progressIntervalMs)
+QList<Shot> readAll(const QList<Shot> &shots, const std::function<void(int, int)> &progress, std::stop_token stop)
 {
     QList<Shot> result = shots;
-    std::atomic<qsizetype> done{0};
-    QFuture<void> future = QtConcurrent::map(result, [&done](Shot &shot) {
-        shot = ShotScanner::readDetails(shot);
-        done.fetch_add(1, std::memory_order_relaxed);
+    ThrottledProgress told(progress, int(shots.size()));
+    QtConcurrent::blockingMap(result, [&](Shot &shot) {
+        if (!stop.stop_requested())
+            shot = ShotScanner::readDetails(shot);
+        told.itemDone();
     });
-    if (progress) {
-        while (!future.isFinished()) {
-            progress(done.load(std::memory_order_relaxed), result.size());
-            std::this_thread::sleep_for(std::chrono::milliseconds(progressIntervalMs));
-        }
-    }
-    future.waitForFinished();
-    if (progress)
-        progress(result.size(), result.size());
+    told.finish();
     return result;
 }
 

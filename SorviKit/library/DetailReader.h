@@ -3,16 +3,18 @@
 #include "SorviKit/library/Shot.h"
 
 #include <QList>
+
 #include <functional>
+#include <stop_token>
 
 /// Reads the details of many shots at once on all cores.
 namespace DetailReader {
 
-/// The shots with their details read, in the same order. Blocks the calling thread;
-/// `progress` (optional) is called on the calling thread with the number done so far,
-/// at most every `progressIntervalMs` and once at the end.
-QList<Shot> readAll(const QList<Shot> &shots,
-                    const std::function<void(qsizetype done, qsizetype total)> &progress = {},
-                    int progressIntervalMs = 100);
+/// The shots with their details read, in the same order. Blocks the calling thread while
+/// the global thread pool does the work. `progress` (optional) is told the number done
+/// at most every 100 ms from a worker thread, and once at the end. Once `stop` is
+/// requested, shots not yet started keep only their id and files.
+QList<Shot> readAll(const QList<Shot> &shots, const std::function<void(int done, int total)> &progress = {},
+                    std::stop_token stop = {});
 
 } // namespace DetailReader

@@ -28,7 +28,11 @@ protected:
     }
 
     void select(int index) { model->setSelection(ids[index]); }
-    void expectCatalogMatches() { EXPECT_EQ(catalogOnDisk(folder), model->ratings()); }
+    void expectCatalogMatches()
+    {
+        model->waitForWrites();
+        EXPECT_EQ(catalogOnDisk(folder), model->ratings());
+    }
 
     QTemporaryDir dir;
     QString folder;
@@ -222,6 +226,7 @@ TEST_F(OpenedShoot, EachActionHasOneUndoAndTheCatalogFollows)
     model->setStars(4);
     model->setStars(0);
     EXPECT_FALSE(model->ratings().contains(ids[2]));
+    model->waitForWrites();
     EXPECT_FALSE(Catalog(folder).rating(ids[2]));
     model->setLabel(Label::red);
     model->setLabel(Label::red);

@@ -96,6 +96,25 @@ TEST_F(SorviCommandTest, RateWritesTheCatalogTheApplicationReads)
     }
     EXPECT_TRUE(sorvi({"rate", shoot.path(), "DCIM/IMG_0003"}).err.contains("no photo with the id"));
     EXPECT_EQ(sorvi({"scan", shoot.path() + "/missing"}).exitCode, 1);
+
+    // A catalog that does not parse is kept, byte for byte, before the rating replaces it.
+    const QByteArray damaged = "{\"version\":1,\"ratings\":{\"DCIM/IMG_0002\":";
+    TestFiles::write(catalog.file(), damaged);
+    run = sorvi({"rate", shoot.path(), "DCIM/IMG_0001", "--stars", "2"});
+    ASSERT_EQ(run.exitCode, 0) << run.err.constData();
+    EXPECT_TRUE(run.err.contains("could not be read; it was kept as")) << run.err.constData();
+    const QStringList aside = QFileInfo(catalog.file()).dir().entryList({"*.unreadable-*"}, QDir::Files);
+    ASSERT_EQ(aside.size(), 1);
+    QFile kept(QFileInfo(catalog.file()).dir().filePath(aside.first()));
+    ASSERT_TRUE(kept.open(QIODevice::ReadOnly));
+    EXPECT_EQ(kept.readAll(), damaged);
+
+    // A write that fails is an exit status, not a log line.
+    QFile::remove(catalog.file());
+    ASSERT_TRUE(QDir().mkpath(catalog.file()));
+    run = sorvi({"rate", shoot.path(), "DCIM/IMG_0001", "--pick"});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.err.contains("Couldn't save the ratings to " + catalog.file().toUtf8())) << run.err.constData();
 }
 
 TEST_F(SorviCommandTest, DemoShootScansAsPlanned)
