@@ -198,14 +198,6 @@ Unsupported::Unsupported()
 {
 }
 
-const std::vector<std::string_view> &extensions()
-{
-    static const std::vector<std::string_view> list{
-        "cr2", "cr3", "crw", "nef", "nrw", "arw", "srf", "sr2", "dng", "raf", "orf",
-        "rw2", "pef", "srw", "x3f", "3fr", "iiq", "erf", "kdc", "mrw", "raw"};
-    return list;
-}
-
 std::vector<Candidate> candidates(std::span<const std::uint8_t> bytes)
 {
     if (bytes.size() < 4)

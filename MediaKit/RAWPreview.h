@@ -46,8 +46,6 @@ public:
     Unsupported();
 };
 
-/// The 21 lower-case file extensions that count as RAW.
-const std::vector<std::string_view> &extensions();
 
 /// Every JPEG embedded in `bytes`, largest pixel area first; pictures of equal area keep
 /// their file order. Pictures nested in another's header segments (an Exif thumbnail

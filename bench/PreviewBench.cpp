@@ -5,6 +5,7 @@
 // files; medians of several runs; ratios printed next to our goals.
 
 #include "SorviKit/demo/DemoScene.h"
+#include "SorviKit/library/ShotScanner.h"
 #include "SorviKit/previews/PreviewLoader.h"
 #include "SorviKit/library/Shot.h"
 
@@ -164,8 +165,7 @@ QList<CorpusRaw> corpusRaws(const QString &corpus)
         for (const QJsonValue &value : files) {
             const QJsonObject file = value.toObject();
             const QString path = corpus + '/' + folder + '/' + file["file"].toString();
-            const auto &raw = RAWPreview::extensions();
-            if (std::find(raw.begin(), raw.end(), QFileInfo(path).suffix().toLower().toStdString()) == raw.end())
+            if (!ShotScanner::isRawFile(path))
                 continue;
             // A cut preview would make the two routes decode different pictures.
             QString tag;

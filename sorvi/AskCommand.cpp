@@ -120,7 +120,15 @@ bool consent(AIProvider provider, bool alreadyYes)
         if (answer != QLatin1String("y") && answer != QLatin1String("yes"))
             return false;
     }
-    AISettings::setConsent(true, provider);
+    // The yes is for sending now; remembering it only spares the question next time. So a
+    // failed write is said and the ask goes on, as the user who just said yes expects, and
+    // the exit status stays that of the ask itself.
+    const UserSettings::Outcome remembered = AISettings::setConsent(true, provider);
+    if (remembered.failed())
+        Terminal::printErr(QStringLiteral("sorvi: %1 The answer is not remembered; you will be asked again.\n")
+                               .arg(remembered.message()));
+    else if (!remembered.notice.isEmpty())
+        Terminal::printErr(QStringLiteral("sorvi: %1\n").arg(remembered.notice));
     return true;
 }
 
@@ -133,7 +141,7 @@ void printResults(const QList<AIResult> &results, bool json)
         Terminal::printOut(QString::fromUtf8(QJsonDocument(list).toJson(QJsonDocument::Indented)));
         return;
     }
-    Terminal::printOut(QStringLiteral("%1 chosen\n").arg(Terminal::counted(results.size(), QStringLiteral("photo"))));
+    Terminal::printOut(QStringLiteral("%1 chosen\n").arg(Wording::counted(results.size(), QStringLiteral("photo"))));
     for (const AIResult &result : results)
         Terminal::printOut(result.shotID + QStringLiteral("\n    ") + result.reason + QLatin1Char('\n'));
 }

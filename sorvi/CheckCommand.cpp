@@ -65,7 +65,7 @@ void printText(const QList<Shot> &shots, const QHash<QString, Assessment> &resul
             continue;
         }
         QStringList facts{QStringLiteral("sharpness %1").arg(it->sharpness, 0, 'f', 1),
-                          Terminal::counted(it->faces, QStringLiteral("face")),
+                          Wording::counted(it->faces, QStringLiteral("face")),
                           QStringLiteral("eyes closed %1").arg(it->eyesClosed)};
         facts << (it->faceQuality ? QStringLiteral("face quality %1").arg(*it->faceQuality, 0, 'f', 2)
                                   : QStringLiteral("no face quality"));
@@ -115,7 +115,7 @@ int Commands::check(const QStringList &args)
     else
         printText(shots, results, marks);
     Terminal::printErr(QStringLiteral("%1 checked now, %2 stored from before%3\n")
-                           .arg(Terminal::counted(checkedNow, QStringLiteral("photo")))
+                           .arg(Wording::counted(checkedNow, QStringLiteral("photo")))
                            .arg(results.size() - checkedNow)
                            .arg(unreadable.isEmpty() ? QString()
                                                      : QStringLiteral(", %1 could not be read").arg(unreadable.size())));

@@ -60,7 +60,7 @@ QString fileKinds(int count)
     using Files = DemoShoot::DemoFrame::Files;
     return QStringLiteral("%1 JPEG only, %2, %3 RAW only")
         .arg(kinds[int(Files::jpeg)])
-        .arg(Terminal::counted(kinds[int(Files::rawAndJpeg)], QStringLiteral("RAW+JPEG pair")))
+        .arg(Wording::counted(kinds[int(Files::rawAndJpeg)], QStringLiteral("RAW+JPEG pair")))
         .arg(kinds[int(Files::raw)]);
 }
 
@@ -82,12 +82,12 @@ int Commands::demo(const QStringList &args)
         Terminal::printErr(QStringLiteral("sorvi: %1\n").arg(result.error));
         if (result.written > 0)
             Terminal::printErr(QStringLiteral("sorvi: %1 written before the failure\n")
-                                   .arg(Terminal::counted(result.written, QStringLiteral("file"))));
+                                   .arg(Wording::counted(result.written, QStringLiteral("file"))));
         return 1;
     }
     Terminal::printOut(QStringLiteral("Wrote %1 in %2 to %3 (%4)\n")
-                           .arg(Terminal::counted(result.photos, QStringLiteral("photo")),
-                                Terminal::counted(result.written, QStringLiteral("file")),
+                           .arg(Wording::counted(result.photos, QStringLiteral("photo")),
+                                Wording::counted(result.written, QStringLiteral("file")),
                                 QDir::toNativeSeparators(parsed.dir), fileKinds(parsed.count)));
     return 0;
 }

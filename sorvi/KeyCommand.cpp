@@ -54,15 +54,13 @@ int Commands::key(const QStringList &args)
     const std::optional<AIProvider> provider = AIAccount::provider(words[1]);
     if (!provider)
         return 2;
-    if (words[0] == QLatin1String("set")) {
-        const QString key = readKey(*provider);
-        AIKeyStore::setKey(key, *provider);
+    if (words[0] != QLatin1String("test")) {
+        const QString key = words[0] == QLatin1String("set") ? readKey(*provider) : QString();
+        if (const std::optional<QString> error = AIKeyStore::setKey(key, *provider)) {
+            Terminal::printErr(QStringLiteral("sorvi: %1\n").arg(*error));
+            return 1;
+        }
         Terminal::printOut(key.isEmpty() ? QStringLiteral("Key removed.\n") : QStringLiteral("Saved.\n"));
-        return 0;
-    }
-    if (words[0] == QLatin1String("remove")) {
-        AIKeyStore::setKey(std::nullopt, *provider);
-        Terminal::printOut(QStringLiteral("Key removed.\n"));
         return 0;
     }
     // The test checks what is stored, so a key in the environment is not used here.

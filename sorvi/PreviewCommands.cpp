@@ -37,7 +37,7 @@ void printCandidates(const QString &path, const std::vector<RAWPreview::Candidat
         Terminal::printOut(QLatin1Char('[') + items.join(QStringLiteral(",\n")) + QStringLiteral("]\n"));
         return;
     }
-    const QString count = Terminal::counted(qsizetype(found.size()), QStringLiteral("stored JPEG"));
+    const QString count = Wording::counted(qsizetype(found.size()), QStringLiteral("stored JPEG"));
     Terminal::printOut(QStringLiteral("%1: %2\n").arg(path, count));
     for (const RAWPreview::Candidate &candidate : found) {
         const QString cut = candidate.incomplete ? QStringLiteral("  incomplete: no end marker") : QString();

@@ -83,7 +83,7 @@ int Commands::ratings(const QStringList &args)
     std::sort(ids.begin(), ids.end(), FileNameOrder::lessThan);
     for (const QString &id : std::as_const(ids))
         Terminal::printOut(id + QStringLiteral("  ") + ratingText(ratings.value(id)) + QLatin1Char('\n'));
-    Terminal::printOut(Terminal::counted(ids.size(), QStringLiteral("rated photo")) + QLatin1Char('\n'));
+    Terminal::printOut(Wording::counted(ids.size(), QStringLiteral("rated photo")) + QLatin1Char('\n'));
     return FolderShots::finish(session, 0);
 }
 

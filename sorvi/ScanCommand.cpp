@@ -83,9 +83,9 @@ void printText(const QString &folder, const QList<Shot> &shots, const QList<QStr
     for (qsizetype i = 0; i < bursts.size(); ++i)
         Terminal::printOut(QStringLiteral("Burst %1: %2\n").arg(i + 1).arg(bursts[i].join(QStringLiteral(", "))));
     Terminal::printOut(QStringLiteral("%1 in %2, %3\n")
-                           .arg(Terminal::counted(shots.size(), QStringLiteral("photo")),
-                                Terminal::counted(files, QStringLiteral("file")),
-                                Terminal::counted(pairs, QStringLiteral("RAW+JPEG pair"))));
+                           .arg(Wording::counted(shots.size(), QStringLiteral("photo")),
+                                Wording::counted(files, QStringLiteral("file")),
+                                Wording::counted(pairs, QStringLiteral("RAW+JPEG pair"))));
 }
 
 } // namespace

@@ -20,11 +20,6 @@ void printErr(const QString &text)
     std::fputs(text.toUtf8().constData(), stderr);
 }
 
-QString counted(qsizetype count, const QString &word)
-{
-    return QStringLiteral("%1 %2%3").arg(count).arg(word, count == 1 ? QString() : QStringLiteral("s"));
-}
-
 void ProgressLine::show(const QString &text)
 {
     if (!stderrIsTerminal())

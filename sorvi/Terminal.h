@@ -1,5 +1,7 @@
 #pragma once
 
+#include "SorviKit/core/Wording.h"
+
 #include <QString>
 
 /// Output helpers shared by the subcommands.
@@ -8,8 +10,6 @@ namespace Terminal {
 bool stderrIsTerminal();
 void printOut(const QString &text); ///< stdout, UTF-8, no newline added
 void printErr(const QString &text); ///< stderr, UTF-8, no newline added
-/// "1 photo", "2 photos": counted words take an s when the count is not 1.
-QString counted(qsizetype count, const QString &word);
 
 /// One status line on stderr, rewritten in place while long work runs; shown only when
 /// stderr is a terminal, so scripts and pipes get clean output. Cleared when destroyed.

@@ -76,21 +76,19 @@ QList<StoredBookmark> storedBookmarks(const QSettings &settings)
     return result;
 }
 
-void remember(QSettings &settings, const QString &path)
+UserSettings::Outcome remember(const QSettings &settings, const QString &path)
 {
-    if (!isSandboxed()) {
-        settings.setValue(QLatin1String(recentFoldersKey),
-                          withRecent(settings.value(QLatin1String(recentFoldersKey)).toStringList(), path));
-        return;
-    }
+    if (!isSandboxed())
+        return UserSettings::setValue(settings, QLatin1String(recentFoldersKey),
+                                      withRecent(settings.value(QLatin1String(recentFoldersKey)).toStringList(), path));
     const std::optional<QByteArray> bookmark = makeBookmark(path);
     if (!bookmark)
-        return;
+        return {};
     QVariantList list{QVariantMap{{pathField, path}, {bookmarkField, *bookmark}}};
     for (const StoredBookmark &stored : storedBookmarks(settings))
         if (stored.path != path && list.size() < recentLimit)
             list << QVariantMap{{pathField, stored.path}, {bookmarkField, stored.bookmark}};
-    settings.setValue(QLatin1String(recentBookmarksKey), list);
+    return UserSettings::setValue(settings, QLatin1String(recentBookmarksKey), list);
 }
 
 QList<RecentFolder> recentFolders(const QSettings &settings)

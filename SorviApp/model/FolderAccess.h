@@ -1,5 +1,7 @@
 #pragma once
 
+#include "SorviKit/core/UserSettings.h"
+
 #include <QByteArray>
 #include <QHashFunctions>
 #include <QList>
@@ -24,8 +26,9 @@ size_t qHash(const RecentFolder &folder, size_t seed = 0) noexcept;
 /// process keeps its permission to a folder only through security-scoped bookmarks;
 /// nothing on Linux provides them, so there a sandboxed process remembers nothing it
 /// cannot reach by path, and outside a sandbox every bookmark and access step is skipped.
-/// The functions that take a QSettings read and write the user's defaults through it;
-/// they run on the GUI thread like every other use of the defaults.
+/// The functions that take a QSettings read the user's defaults through it and write the
+/// file behind it through UserSettings; they run on the GUI thread like every other use
+/// of the defaults.
 namespace FolderAccess {
 
 /// How many recent folders are kept.
@@ -72,8 +75,9 @@ struct StoredBookmark {
 QList<StoredBookmark> storedBookmarks(const QSettings &settings);
 
 /// Puts `path` at the front of the recent list that fits the process (bookmarks when
-/// sandboxed, a bookmark that can't be made is not remembered; paths otherwise).
-void remember(QSettings &settings, const QString &path);
+/// sandboxed, a bookmark that can't be made is not remembered; paths otherwise) and
+/// writes it at once; the outcome says whether the list reached the disk.
+[[nodiscard]] UserSettings::Outcome remember(const QSettings &settings, const QString &path);
 
 /// The recent folders, most recent first, each with whether it exists now.
 QList<RecentFolder> recentFolders(const QSettings &settings);

@@ -2,6 +2,7 @@
 
 #include "SorviKit/library/Catalog.h"
 #include "SorviApp/model/MountWatcher.h"
+#include "SorviKit/core/UserSettings.h"
 
 #include <QGuiApplication>
 #include <QScreen>
@@ -136,13 +137,13 @@ void SorviModel::setShowAskAI(bool shown) { assign(m_showAskAI, shown, &SorviMod
 void SorviModel::setAutoAdvance(bool on)
 {
     if (assign(m_autoAdvance, on, &SorviModel::autoAdvanceChanged))
-        QSettings().setValue(QLatin1String(autoAdvanceKey), on);
+        noteSettingsWrite(UserSettings::setValue(QLatin1String(autoAdvanceKey), on));
 }
 
 void SorviModel::setShowChecks(bool on)
 {
     if (assign(m_showChecks, on, &SorviModel::showChecksChanged))
-        QSettings().setValue(QLatin1String(showChecksKey), on);
+        noteSettingsWrite(UserSettings::setValue(QLatin1String(showChecksKey), on));
 }
 
 void SorviModel::setFolder(const QString &folder)
@@ -232,6 +233,18 @@ void SorviModel::clearUndo()
         return;
     m_undoStack.clear();
     emit canUndoChanged();
+}
+
+void SorviModel::noteSettingsWrite(const UserSettings::Outcome &outcome)
+{
+    // The settings file is one more file of ours: a failure stands until a write of it works.
+    if (outcome.failed())
+        m_writeFailures.insert(settingsKey, outcome.error);
+    else
+        m_writeFailures.remove(settingsKey);
+    if (!outcome.notice.isEmpty())
+        m_notice = outcome.notice;
+    refreshWarning();
 }
 
 QString SorviModel::warning() const
@@ -393,8 +406,7 @@ void SorviModel::holdAccess(const QString &folder)
 
 void SorviModel::remember(const QString &folder)
 {
-    QSettings settings;
-    FolderAccess::remember(settings, folder);
+    noteSettingsWrite(FolderAccess::remember(QSettings(), folder));
     emit recentFoldersChanged();
 }
 

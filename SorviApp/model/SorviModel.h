@@ -8,6 +8,7 @@
 #include "SorviKit/library/ShotScanner.h"
 #include "SorviKit/core/SerialWriter.h"
 #include "SorviKit/core/StoreFile.h"
+#include "SorviKit/core/UserSettings.h"
 #include "SorviKit/session/FolderSession.h"
 
 #include <QHash>
@@ -312,6 +313,7 @@ private:
 
     // Warnings.
     void noteStoreEvent(const StoreEvent &event);
+    void noteSettingsWrite(const UserSettings::Outcome &outcome);
     void refreshWarning();
 
     // Ratings.
@@ -348,6 +350,7 @@ private:
     std::shared_ptr<FolderSession> m_session; ///< the open folder's; cancelled when replaced
     std::shared_ptr<Catalog> m_catalog;      ///< the open folder's, once its shots are listed
     QMap<QString, QString> m_writeFailures;  ///< file → why its last write failed
+    static constexpr char settingsKey[] = "settings"; ///< the settings file's entry there
     QString m_notice;                        ///< a file of ours kept aside, said once per folder
     QString m_warning;
     quint64 m_generation = 0;     ///< advanced by every open and close

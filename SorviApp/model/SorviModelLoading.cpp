@@ -72,7 +72,11 @@ void SorviModel::resetFolderState()
     setChecking(false);
     setChecked(0);
     clearUndo();
+    // What was said about the last folder's files goes; a settings failure stands.
+    const QString settingsFailure = m_writeFailures.value(QLatin1String(settingsKey));
     m_writeFailures.clear();
+    if (!settingsFailure.isEmpty())
+        m_writeFailures.insert(QLatin1String(settingsKey), settingsFailure);
     m_notice.clear();
     refreshWarning();
 }

@@ -46,15 +46,22 @@ std::optional<QString> key(AIProvider provider)
     return text;
 }
 
-void setKey(const std::optional<QString> &key, AIProvider provider)
+std::optional<QString> setKey(const std::optional<QString> &key, AIProvider provider)
 {
+    const bool saving = key && !key->isEmpty();
+    const QString failure = saving ? QStringLiteral("Couldn't save the key in the keyring: %1")
+                                   : QStringLiteral("Couldn't remove the key from the keyring: %1");
     QKeychain::DeletePasswordJob removal(service(provider));
-    finish(removal);
-    if (!key || key->isEmpty())
-        return;
+    // No stored key is just what removing asks for.
+    if (!finish(removal) && removal.error() != QKeychain::EntryNotFound)
+        return failure.arg(removal.errorString());
+    if (!saving)
+        return std::nullopt;
     QKeychain::WritePasswordJob write(service(provider));
     write.setTextData(*key);
-    finish(write);
+    if (!finish(write))
+        return failure.arg(write.errorString());
+    return std::nullopt;
 }
 
 } // namespace AIKeyStore

@@ -8,8 +8,10 @@
 
 /// The user's API keys, one item per provider in the system's secret store (the Secret
 /// Service: GNOME Keyring or KWallet). Keys never touch a settings file. Calls block until
-/// the store answers and must not run where a stall would freeze the interface. No
-/// operation reports an error: a store that fails reads as holding no key.
+/// the store answers and must not run where a stall would freeze the interface. Reading
+/// never reports an error: a store that fails reads as holding no key. Saving and
+/// removing do, since the user asked for them and must not believe a key is kept (or
+/// gone) when it is not.
 namespace AIKeyStore {
 
 /// "app.kestrane.sorvi.ai." followed by the provider's id.
@@ -20,7 +22,9 @@ QString service(AIProvider provider);
 std::optional<QString> key(AIProvider provider);
 
 /// Removes the provider's stored key, then stores `key` when it is given and not empty,
-/// so saving always replaces and saving nothing or "" removes.
-void setKey(const std::optional<QString> &key, AIProvider provider);
+/// so saving always replaces and saving nothing or "" removes. Returns nothing when that
+/// worked, else the sentence the user reads, e.g. "Couldn't save the key in the keyring:
+/// <reason>" (removing a key that isn't there works).
+[[nodiscard]] std::optional<QString> setKey(const std::optional<QString> &key, AIProvider provider);
 
 } // namespace AIKeyStore

@@ -25,9 +25,9 @@ AIProvider provider()
     return AIProvider::fromRawValue(QSettings().value("AIProvider").toString()).value_or(AIProvider::anthropic);
 }
 
-void setProvider(AIProvider provider)
+UserSettings::Outcome setProvider(AIProvider provider)
 {
-    QSettings().setValue("AIProvider", provider.id());
+    return UserSettings::setValue(QStringLiteral("AIProvider"), provider.id());
 }
 
 QString storedModel(AIProvider provider)
@@ -41,9 +41,9 @@ QString model(AIProvider provider)
     return stored.isEmpty() ? provider.defaultModel() : stored;
 }
 
-void setModel(const QString &model, AIProvider provider)
+UserSettings::Outcome setModel(const QString &model, AIProvider provider)
 {
-    QSettings().setValue(modelKey(provider), model);
+    return UserSettings::setValue(modelKey(provider), model);
 }
 
 bool consented(AIProvider provider)
@@ -51,9 +51,9 @@ bool consented(AIProvider provider)
     return QSettings().value(consentKey(provider), false).toBool();
 }
 
-void setConsent(bool allowed, AIProvider provider)
+UserSettings::Outcome setConsent(bool allowed, AIProvider provider)
 {
-    QSettings().setValue(consentKey(provider), allowed);
+    return UserSettings::setValue(consentKey(provider), allowed);
 }
 
 std::optional<AIClient> client()

@@ -2,6 +2,7 @@
 
 #include "SorviKit/ai/AIClient.h"
 #include "SorviKit/ai/AIProvider.h"
+#include "SorviKit/core/UserSettings.h"
 
 #include <QString>
 
@@ -10,22 +11,24 @@
 /// The application's AI preferences, kept in the user's settings (QSettings of
 /// "Kestrane"/"Sorvi"): the chosen service, a model per service and the consent given per
 /// service. Nothing is cached, so every call sees the latest saved values; the API key
-/// lives in AIKeyStore, never here. GUI thread or any thread with a QCoreApplication.
+/// lives in AIKeyStore, never here. Reading never fails (a value that can't be read is
+/// absent); every setter writes at once and tells how that went, for the caller to show.
+/// GUI thread or any thread with a QCoreApplication.
 namespace AISettings {
 
 /// The chosen service; "anthropic" when none or an unknown one is stored.
 AIProvider provider();
-void setProvider(AIProvider provider);
+[[nodiscard]] UserSettings::Outcome setProvider(AIProvider provider);
 
 /// The model to request from `provider`: the stored one when not empty, else its default.
 QString model(AIProvider provider);
 /// The model text exactly as stored for `provider`, empty when none is.
 QString storedModel(AIProvider provider);
-void setModel(const QString &model, AIProvider provider);
+[[nodiscard]] UserSettings::Outcome setModel(const QString &model, AIProvider provider);
 
 /// Whether the user allowed previews to be sent to `provider`.
 bool consented(AIProvider provider);
-void setConsent(bool allowed, AIProvider provider);
+[[nodiscard]] UserSettings::Outcome setConsent(bool allowed, AIProvider provider);
 
 /// A client for the chosen service with its model and stored key; nothing without a key.
 std::optional<AIClient> client();

@@ -65,8 +65,18 @@ CopyResult copy(const QList<Shot> &shots, const QString &root, const QString &de
 
 int writeFlagsList(const QList<Shot> &shots, const QHash<QString, Rating> &ratings, const QString &root,
                    const QString &folder = {});
-MoveResult moveRejects(const QList<Shot> &shots, const QString &root);
-void undo(const QList<Move> &moves);
+/// Moves the shots' files, with their sidecars, into root/Rejected, keeping their
+/// folders below root. `record` is called with each move before its rename is tried and
+/// must have it on disk when it returns (MoveLog::append); it throws FileError to stop
+/// the run before that move. Any error stops the run: files moved so far stay moved, and
+/// their records stay. `afterMove` is a test seam called after each move.
+MoveResult moveRejects(const QList<Shot> &shots, const QString &root, const std::function<void(const Move &)> &record,
+                       const std::function<void(const Move &)> &afterMove = {});
+/// Puts moved files back, the last moved first. A move whose file is not at its moved
+/// path, or whose old place is taken again, is skipped without complaint. Each pair is
+/// removed from `moves` once settled, so after a FileError `moves` holds what is still
+/// to put back (the failed move and those before it); empty on success.
+void undo(QList<Move> &moves);
 
 bool canWrite(const QString &folder, bool test);
 QString uniqueTarget(const QString &path);

@@ -43,29 +43,40 @@ MoveOutcome moveFile(const QString &from, const QString &to)
 
 } // namespace
 
-MoveResult moveRejects(const QList<Shot> &shots, const QString &root)
+MoveResult moveRejects(const QList<Shot> &shots, const QString &root, const std::function<void(const Move &)> &record,
+                       const std::function<void(const Move &)> &afterMove)
 {
+    Q_ASSERT(record);
     MoveResult result;
     result.rejectedFolder = root + QLatin1Char('/') + rejectedFolderName;
     for (const QString &file : gatherFiles(shots)) {
         const QString target = result.rejectedFolder + QLatin1Char('/') + relativePath(file, root);
         makeFolder(folderOf(target));
-        QString moved;
-        do
-            moved = uniqueTarget(target);
-        while (moveFile(file, moved) == MoveOutcome::targetTaken);
-        result.moves.append({file, moved});
+        Move move{file, {}};
+        do {
+            // Recorded before the rename is tried: a record whose move never happened is
+            // skipped when putting back, a move without a record would be lost.
+            move.moved = uniqueTarget(target);
+            record(move);
+        } while (moveFile(file, move.moved) == MoveOutcome::targetTaken);
+        result.moves.append(move);
+        if (afterMove)
+            afterMove(move);
     }
     return result;
 }
 
-void undo(const QList<Move> &moves)
+void undo(QList<Move> &moves)
 {
-    for (auto move = moves.crbegin(); move != moves.crend(); ++move) {
-        // A new file at the old place wins: the moved one stays in Rejected.
-        if (occupied(move->source))
-            continue;
-        moveFile(move->moved, move->source);
+    while (!moves.isEmpty()) {
+        const Move &move = moves.constLast();
+        // Only our own moves come back: a file that never reached Rejected is not looked
+        // for, and a new file at the old place wins, leaving the moved one in Rejected.
+        if (occupied(move.moved) && !occupied(move.source)) {
+            makeFolder(folderOf(move.source));
+            moveFile(move.moved, move.source);
+        }
+        moves.removeLast();
     }
 }
 

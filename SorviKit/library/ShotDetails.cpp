@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <cmath>
 #include <list>
 #include <mutex>
 
@@ -127,6 +128,74 @@ ExifValues valuesFrom(const TagTable &tags)
     return values;
 }
 
+// One value of a directory that Exiv2 names apart from EXIF (a RAW format's own first
+// directory, a maker note), found by group and tag number.
+const Exiv2::Exifdatum *inGroup(const Exiv2::ExifData &exif, const char *group, std::uint16_t tag)
+{
+    const auto it = exif.findKey(Exiv2::ExifKey(tag, group));
+    return it == exif.end() ? nullptr : &*it;
+}
+
+// The `index`th integer of a value, when it has that many and it is above zero: the
+// makers write 0 for "not recorded".
+std::optional<long> positiveAt(const Exiv2::Exifdatum *datum, long index = 0)
+{
+    if (!datum || datum->count() <= index || !isNumeric(datum->typeId()))
+        return std::nullopt;
+    const long value = datum->toLong(index);
+    return value > 0 ? std::optional<long>(value) : std::nullopt;
+}
+
+// Canon's shot information codes ISO in steps of 1/32 EV: base 160 is ISO 100; an
+// automatic ISO adds its own steps (0 when fixed).
+std::optional<long> canonIso(const Exiv2::ExifData &exif)
+{
+    const std::optional<long> base = positiveAt(inGroup(exif, "CanonSi", 0x0002));
+    if (!base)
+        return std::nullopt;
+    const Exiv2::Exifdatum *autoIso = inGroup(exif, "CanonSi", 0x0001);
+    const double steps = double(std::int16_t(*base)) + (autoIso ? double(std::int16_t(autoIso->toLong(0))) : 0.0);
+    return std::lround(std::exp2(steps / 32.0) * 100.0 / 32.0);
+}
+
+// Where EXIF has no value, the directories where RAW formats keep it instead. A Panasonic
+// RAW's first directory holds make, model, ISO and orientation, and Exiv2 adds EXIF only
+// from the embedded JPEG, when that carries any. Nikon notes keep the ISO as (0, ISO);
+// Canon notes, the only record of them in CRW files, the ISO and the focal length (in
+// focal units per mm).
+void fillFromRawDirectories(const Exiv2::ExifData &exif, ExifValues &values)
+{
+    if (!values.make)
+        values.make = text(inGroup(exif, "PanasonicRaw", Tag::make));
+    if (!values.model)
+        values.model = text(inGroup(exif, "PanasonicRaw", Tag::model));
+    if (!values.orientation)
+        values.orientation = positiveAt(inGroup(exif, "PanasonicRaw", Tag::orientation));
+    if (!values.iso)
+        values.iso = positiveAt(inGroup(exif, "PanasonicRaw", 0x0017));
+    if (!values.iso)
+        values.iso = positiveAt(inGroup(exif, "Nikon3", 0x0002), 1);
+    if (!values.iso)
+        values.iso = canonIso(exif);
+    if (values.focalLengthMm)
+        return;
+    if (const std::optional<long> focal = positiveAt(inGroup(exif, "Canon", 0x0002), 1))
+        values.focalLengthMm = double(*focal) / double(positiveAt(inGroup(exif, "CanonCs", 0x0019)).value_or(1));
+}
+
+// A Panasonic RAW's picture is the sensor inside the borders its first directory gives
+// (top, left, bottom, right); the sensor size that Exiv2 reports includes them.
+std::optional<std::pair<int, int>> panasonicPictureSize(const Exiv2::ExifData &exif)
+{
+    const auto top = positiveAt(inGroup(exif, "PanasonicRaw", 0x0004));
+    const auto left = positiveAt(inGroup(exif, "PanasonicRaw", 0x0005));
+    const auto bottom = positiveAt(inGroup(exif, "PanasonicRaw", 0x0006));
+    const auto right = positiveAt(inGroup(exif, "PanasonicRaw", 0x0007));
+    if (!bottom || !right || *right <= left.value_or(0) || *bottom <= top.value_or(0))
+        return std::nullopt;
+    return std::pair{int(*right - left.value_or(0)), int(*bottom - top.value_or(0))};
+}
+
 std::pair<int, int> exifPixelSize(const TagTable &tags)
 {
     const auto width = number(tags.find(Tag::pixelXDimension));
@@ -160,8 +229,13 @@ ExifValues valuesOf(const Exiv2::Image &image, bool isRaw)
                                          xmpText(image.xmpData(), "Xmp.exifEX.LensModel"),
                                          makerNoteText(image.exifData(), "Exif.Canon.LensModel"),
                                          makerNoteText(image.exifData(), "Exif.OlympusEq.LensModel")});
+    fillFromRawDirectories(image.exifData(), values);
     values.pixelWidth = image.pixelWidth();
     values.pixelHeight = image.pixelHeight();
+    const auto picture = dynamic_cast<const Exiv2::Rw2Image *>(&image) ? panasonicPictureSize(image.exifData())
+                                                                       : std::nullopt;
+    if (picture)
+        std::tie(values.pixelWidth, values.pixelHeight) = *picture;
     // Some RAW containers keep only a stub as their first image; the EXIF pixel size
     // then tells the real picture's size.
     const auto [exifWidth, exifHeight] = exifPixelSize(tags);

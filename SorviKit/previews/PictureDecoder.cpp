@@ -34,17 +34,6 @@ void freeBuffer(void *buffer)
     delete static_cast<std::vector<std::uint8_t> *>(buffer);
 }
 
-// Every file the scanner files as RAW goes to LibRaw, and so does the generic ".raw"
-// that only the preview finder lists.
-bool hasRawExtension(const QString &path)
-{
-    if (ShotScanner::isRawFile(path))
-        return true;
-    const std::string suffix = QFileInfo(path).suffix().toLower().toStdString();
-    const auto &raw = RAWPreview::extensions();
-    return std::find(raw.begin(), raw.end(), suffix) != raw.end();
-}
-
 ShotPreview described(QImage image, const char *decoder, QSize decoded)
 {
     return ShotPreview{std::move(image), 1, QString::fromLatin1(decoder), decoded.width(), decoded.height()};
@@ -126,7 +115,7 @@ Kind kindOf(std::span<const std::uint8_t> head, const QString &path)
         return Kind::jpeg;
     if (HeifDecoder::isHeif(head))
         return Kind::heif;
-    return hasRawExtension(path) ? Kind::raw : Kind::other;
+    return ShotScanner::isRawFile(path) ? Kind::raw : Kind::other;
 }
 
 QSize fittedSize(QSize size, int maxPixels)

@@ -100,18 +100,14 @@ TEST(AICuller, SendsNinetyFiveInThreeBatchesThenAFinalPass)
     EXPECT_EQ(run.results.first(), (AIResult{"photo_001", "Chosen: P1"}));
     EXPECT_EQ(run.results.last(), (AIResult{"photo_020", "Chosen: P20"}));
 
-    // Every preview sent is a real JPEG of at most 768 pixels, and stays cached for the
-    // next ask.
-    for (const QByteArray &sent : run.requests[0].jpegs) {
-        const QImage image = QImage::fromData(sent, "JPEG");
-        EXPECT_EQ(image.size(), QSize(768, 512));
-    }
+    // Every preview sent is a real JPEG of 768 pixels, and stays cached for the next ask.
+    for (const QByteArray &sent : run.requests[0].jpegs)
+        EXPECT_EQ(QImage::fromData(sent, "JPEG").size(), QSize(768, 512));
     for (const Shot &shot : shoot.shots)
-        EXPECT_TRUE(loader.cached(shot, AICuller::previewPixels)) << shot.id.toStdString();
-    EXPECT_TRUE(PreviewLoader::cacheKey(shoot.shots.first(), 768).endsWith("|768"));
+        EXPECT_TRUE(loader.cached(shot, 768)) << shot.id.toStdString();
 }
 
-TEST(AICuller, AsksEachOfTwoBatchesForThreeMoreThanTheCount)
+TEST(AICuller, AsksEachOfTwoBatchesForThreeMoreThanTheCountEvenZero)
 {
     const Shoot shoot(60);
     const CullRun run = cull(shoot.shots, 10, picksTheFirst());
@@ -123,9 +119,13 @@ TEST(AICuller, AsksEachOfTwoBatchesForThreeMoreThanTheCount)
     EXPECT_EQ(run.requests[2].labels, labels(1, 13) + labels(41, 53));
     EXPECT_EQ(run.progress.last(), QStringLiteral("Choosing the final 10 from 26\u2026"));
     EXPECT_EQ(run.results.size(), 10);
-    EXPECT_EQ(AICuller::askedPerBatch(20, 3, 15), 20);
-    EXPECT_EQ(AICuller::askedPerBatch(0, 2, 5), 3);
-    EXPECT_EQ(AICuller::askedPerBatch(0, 2, 2), 2);
+
+    // Three picks per batch make a shortlist longer than a count of 0.
+    const CullRun zero = cull(shoot.shots.mid(0, 45), 0, picksTheFirst());
+    ASSERT_EQ(zero.requests.size(), 3);
+    EXPECT_EQ(zero.requests[1].askedFor, 3);
+    EXPECT_EQ(zero.requests[2].labels, (QStringList{"P1", "P2", "P3", "P41", "P42", "P43"}));
+    EXPECT_TRUE(zero.results.isEmpty());
 }
 
 TEST(AICuller, SendsASmallShootOnceAndCutsAnOverlongAnswer)
@@ -137,6 +137,12 @@ TEST(AICuller, SendsASmallShootOnceAndCutsAnOverlongAnswer)
     EXPECT_EQ(run.progress, (QStringList{QStringLiteral("Looking at 12 photos\u2026")}));
     ASSERT_EQ(run.results.size(), 5) << "the AI answered with all 12";
     EXPECT_EQ(run.results[4].shotID, "photo_005");
+
+    // A count of zero is still asked for, and answers nothing.
+    const CullRun zero = cull(shoot.shots, 0, picksTheFirst(true));
+    ASSERT_EQ(zero.requests.size(), 1);
+    EXPECT_EQ(zero.requests[0].askedFor, 0);
+    EXPECT_TRUE(zero.results.isEmpty());
 }
 
 TEST(AICuller, LeavesOutShotsWithoutAPreviewButKeepsTheirNumbers)
@@ -153,23 +159,6 @@ TEST(AICuller, LeavesOutShotsWithoutAPreviewButKeepsTheirNumbers)
     EXPECT_TRUE(none.requests.isEmpty());
     EXPECT_TRUE(none.progress.isEmpty());
     EXPECT_TRUE(none.results.isEmpty());
-}
-
-TEST(AICuller, StillAsksForACountOfZero)
-{
-    const Shoot small(5);
-    const CullRun single = cull(small.shots, 0, picksTheFirst(true));
-    ASSERT_EQ(single.requests.size(), 1);
-    EXPECT_EQ(single.requests[0].askedFor, 0);
-    EXPECT_TRUE(single.results.isEmpty());
-
-    const Shoot two(45);
-    const CullRun batches = cull(two.shots, 0, picksTheFirst());
-    ASSERT_EQ(batches.requests.size(), 3) << "three picks per batch make a shortlist longer than 0";
-    EXPECT_EQ(batches.requests[0].askedFor, 3);
-    EXPECT_EQ(batches.requests[1].askedFor, 3);
-    EXPECT_EQ(batches.requests[2].labels, (QStringList{"P1", "P2", "P3", "P41", "P42", "P43"}));
-    EXPECT_TRUE(batches.results.isEmpty());
 }
 
 TEST(AICuller, EndsAtTheFirstErrorAndDropsUnknownIds)
@@ -202,5 +191,4 @@ TEST(AICuller, EndsAtTheFirstErrorAndDropsUnknownIds)
         return HttpReply{200, anthropicReply({picksJson({"P2"})})};
     });
     EXPECT_EQ(run.results, (QList<AIResult>{{"photo_002", "Chosen: P2"}}));
-    EXPECT_EQ(AICuller::estimatedTokens(95), 57400);
 }

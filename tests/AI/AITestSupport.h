@@ -47,12 +47,8 @@ inline QByteArray anthropicReply(const QStringList &texts)
     QJsonArray content;
     for (const QString &text : texts)
         content.append(QJsonObject{{"type", "text"}, {"text", text}});
-    return QJsonDocument(QJsonObject{{"id", "msg_01"},
-                                     {"type", "message"},
-                                     {"role", "assistant"},
-                                     {"model", "claude-sonnet-5-5"},
-                                     {"content", content},
-                                     {"stop_reason", "end_turn"},
+    return QJsonDocument(QJsonObject{{"id", "msg_01"}, {"type", "message"}, {"role", "assistant"},
+                                     {"model", "claude-sonnet-5-5"}, {"content", content}, {"stop_reason", "end_turn"},
                                      {"usage", QJsonObject{{"input_tokens", 1200}, {"output_tokens", 80}}}})
         .toJson(QJsonDocument::Compact);
 }
@@ -60,13 +56,10 @@ inline QByteArray anthropicReply(const QStringList &texts)
 /// A successful chat-completions reply (OpenAI, xAI) whose message says `text`.
 inline QByteArray chatReply(const QString &text)
 {
-    const QJsonObject message{{"role", "assistant"}, {"content", text}};
-    return QJsonDocument(QJsonObject{{"id", "chatcmpl-1"},
-                                     {"object", "chat.completion"},
-                                     {"model", "gpt-5"},
-                                     {"choices", QJsonArray{QJsonObject{{"index", 0},
-                                                                        {"message", message},
-                                                                        {"finish_reason", "stop"}}}},
+    const QJsonObject choice{{"index", 0}, {"message", QJsonObject{{"role", "assistant"}, {"content", text}}},
+                             {"finish_reason", "stop"}};
+    return QJsonDocument(QJsonObject{{"id", "chatcmpl-1"}, {"object", "chat.completion"}, {"model", "gpt-5"},
+                                     {"choices", QJsonArray{choice}},
                                      {"usage", QJsonObject{{"prompt_tokens", 1200}, {"completion_tokens", 80}}}})
         .toJson(QJsonDocument::Compact);
 }

@@ -20,7 +20,7 @@ protected:
         if (qEnvironmentVariable("SORVI_TEST_KEYRING") != QLatin1String("1"))
             GTEST_SKIP() << "needs a private keyring: run through tests/AI/with-keyring.sh (ctest does)";
         for (const AIProvider provider : AIProvider::allCases())
-            AIKeyStore::setKey(std::nullopt, provider);
+            ASSERT_EQ(AIKeyStore::setKey(std::nullopt, provider), std::nullopt);
         QSettings().clear();
         QSettings().sync();
     }

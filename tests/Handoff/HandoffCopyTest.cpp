@@ -13,22 +13,18 @@ using Handoff::CopyResult;
 
 namespace {
 
-// The metadata keys that say where a photo was taken.
+// The metadata keys that say where a photo was taken; an unreadable file fails the test.
 QStringList locationKeys(const QString &path)
 {
     QStringList keys;
-    try {
-        const auto image = Exiv2::ImageFactory::open(QFile::encodeName(path).toStdString());
-        image->readMetadata();
-        for (const Exiv2::Exifdatum &datum : image->exifData())
-            if (datum.groupName() == "GPSInfo" || datum.key() == "Exif.Image.GPSTag")
-                keys << QString::fromStdString(datum.key());
-        for (const Exiv2::Xmpdatum &datum : image->xmpData())
-            if (datum.key().rfind("Xmp.exif.GPS", 0) == 0)
-                keys << QString::fromStdString(datum.key());
-    } catch (const Exiv2::AnyError &e) {
-        ADD_FAILURE() << "Exiv2 could not read " << path.toStdString() << ": " << e.what();
-    }
+    const auto image = Exiv2::ImageFactory::open(QFile::encodeName(path).toStdString());
+    image->readMetadata();
+    for (const Exiv2::Exifdatum &datum : image->exifData())
+        if (datum.groupName() == "GPSInfo" || datum.key() == "Exif.Image.GPSTag")
+            keys << QString::fromStdString(datum.key());
+    for (const Exiv2::Xmpdatum &datum : image->xmpData())
+        if (datum.key().rfind("Xmp.exif.GPS", 0) == 0)
+            keys << QString::fromStdString(datum.key());
     return keys;
 }
 
@@ -44,11 +40,6 @@ QByteArray scanData(const QByteArray &jpeg)
         at += 2 + (uchar(jpeg[at + 2]) << 8 | uchar(jpeg[at + 3]));
     }
     return {};
-}
-
-QString corpusFile(const char *relative)
-{
-    return QStringLiteral(SORVI_CORPUS_DIR) + QLatin1Char('/') + QLatin1String(relative);
 }
 
 } // namespace
@@ -85,25 +76,6 @@ TEST(HandoffCopyTest, CopiesEveryFileOnceVerifiedAndNeverOverwrites)
     const CopyResult second = Handoff::copy(shots, card, destination, false);
     EXPECT_EQ(second, (CopyResult{0, 0, 5, 0})) << "everything is already there";
     EXPECT_EQ(tree(destination), cardFiles);
-
-    // Different files under the same names stay as they are; the copies land beside them.
-    const QString other = dir.path() + "/other";
-    write(other + "/DCIM/IMG_0002.CR3", "someone else's photo");
-    write(other + "/NAME", "another NAME");
-    const CopyResult beside = Handoff::copy(shots.mid(1), card, other, false);
-    EXPECT_EQ(beside.files, 2);
-    EXPECT_EQ(beside.alreadyThere, 0);
-    EXPECT_EQ(tree(other), (QStringList{"DCIM/IMG_0002 2.CR3", "DCIM/IMG_0002.CR3", "NAME", "NAME 2"}));
-    EXPECT_EQ(read(other + "/DCIM/IMG_0002.CR3"), "someone else's photo");
-    EXPECT_EQ(read(other + "/NAME"), "another NAME");
-    EXPECT_EQ(digest(other + "/DCIM/IMG_0002 2.CR3"), originals.value("DCIM/IMG_0002.CR3"));
-    EXPECT_EQ(digest(other + "/NAME 2"), originals.value("NAME"));
-
-    // An empty selection copies nothing and still reports the end.
-    fractions.clear();
-    EXPECT_EQ(Handoff::copy({}, card, dir.path() + "/none", false, [&](double f) { fractions << f; }),
-              CopyResult{});
-    EXPECT_TRUE(fractions.isEmpty());
 
     EXPECT_EQ(snapshot(card), originals) << "the photos were changed";
 }
@@ -157,14 +129,11 @@ TEST(HandoffCopyTest, HashesAreXxh64OfTheWholeFileAndCopiesMatchThem)
     write(dir.path() + "/empty.CR3", {});
     // The same digest whether read through the cache or from the device.
     const QString cached = Handoff::hash(source, false);
-    EXPECT_EQ(cached.size(), 16);
     EXPECT_EQ(Handoff::hash(source, true), cached);
-    EXPECT_EQ(Handoff::copyHashing(source, dir.path() + "/copy.CR3"), cached);
-    EXPECT_EQ(digest(dir.path() + "/copy.CR3"), digest(source));
     EXPECT_EQ(Handoff::hash(dir.path() + "/empty.CR3", true), "ef46db3751d8e999") << "XXH64 of nothing, seed 0";
-
     // copyHashing never replaces a file, and a missing source names itself.
-    EXPECT_THROW(Handoff::copyHashing(source, dir.path() + "/copy.CR3"), FileError);
+    EXPECT_THROW(Handoff::copyHashing(dir.path() + "/empty.CR3", source), FileError);
+    EXPECT_EQ(Handoff::hash(source, true), cached);
     try {
         Handoff::hash(dir.path() + "/missing.CR3", false);
         FAIL() << "a missing file hashed";
@@ -174,61 +143,37 @@ TEST(HandoffCopyTest, HashesAreXxh64OfTheWholeFileAndCopiesMatchThem)
     }
 }
 
-TEST(HandoffLocationTest, JpegCopiesLoseTheirLocationButNotTheirPicture)
+TEST(HandoffLocationTest, CopiesLoseTheirLocationButNotTheirPicture)
 {
-    const QString sample = corpusFile("jpeg/apple_iphone4_gps.jpg");
-    if (!QFileInfo::exists(sample))
-        GTEST_SKIP() << "no JPEG with GPS at " << sample.toStdString() << " (set -DSORVI_CORPUS_DIR)";
-    QTemporaryDir dir;
-    const QString card = dir.path() + "/card", destination = dir.path() + "/copies";
-    ASSERT_TRUE(QDir().mkpath(card));
-    const QString original = card + "/IMG_0001.JPG";
-    ASSERT_TRUE(QFile::copy(sample, original));
-    const QString before = digest(original);
-    ASSERT_FALSE(locationKeys(original).isEmpty()) << "the sample has no GPS to remove";
-    const Shot shot("IMG_0001", {original});
+    // This Exiv2 may not write HEIC: such a copy must then be the plain verified one.
+    for (const auto &[sample, mustStrip] : {std::pair{"jpeg/apple_iphone4_gps.jpg", true},
+                                            std::pair{"heic/apple_iphone7_gps.heic", false}}) {
+        const QString path = TestFiles::corpus() + '/' + sample;
+        SCOPED_TRACE(sample);
+        if (!QFileInfo::exists(path))
+            GTEST_SKIP() << "no photo with GPS at " << path.toStdString() << " (set -DSORVI_CORPUS_DIR)";
+        QTemporaryDir dir;
+        const QString name = QFileInfo(path).fileName(), original = dir.path() + "/card/" + name;
+        write(original, read(path));
+        const QString before = digest(original), copied = dir.path() + "/copies/" + name;
+        ASSERT_FALSE(locationKeys(original).isEmpty()) << "the sample has no GPS to remove";
+        const Shot shot("IMG", {original});
 
-    EXPECT_EQ(Handoff::copy({shot}, card, destination, true), (CopyResult{1, 0, 0, 1}));
-    const QString stripped = destination + "/IMG_0001.JPG";
-    EXPECT_EQ(locationKeys(stripped), QStringList());
-    const QByteArray scan = scanData(read(original));
-    ASSERT_GT(scan.size(), 100'000);
-    EXPECT_TRUE(scanData(read(stripped)) == scan) << "the image data was re-encoded";
-    EXPECT_LT(read(stripped).size(), read(original).size());
-
-    // A stripped copy is never taken for the original, so every run writes a new one.
-    EXPECT_EQ(Handoff::copy({shot}, card, destination, true), (CopyResult{1, 0, 0, 1}));
-    EXPECT_EQ(tree(destination), (QStringList{"IMG_0001 2.JPG", "IMG_0001.JPG"}));
-    // Without removal the copy is the original byte for byte.
-    EXPECT_EQ(Handoff::copy({shot}, card, dir.path() + "/plain", false).files, 1);
-    EXPECT_EQ(digest(dir.path() + "/plain/IMG_0001.JPG"), before);
-    EXPECT_EQ(digest(original), before) << "the photo was changed";
-}
-
-TEST(HandoffLocationTest, HeicCopiesAreStrippedOrCopiedVerbatim)
-{
-    const QString sample = corpusFile("heic/apple_iphone7_gps.heic");
-    if (!QFileInfo::exists(sample))
-        GTEST_SKIP() << "no HEIC with GPS at " << sample.toStdString() << " (set -DSORVI_CORPUS_DIR)";
-    QTemporaryDir dir;
-    const QString card = dir.path() + "/card", destination = dir.path() + "/copies";
-    ASSERT_TRUE(QDir().mkpath(card));
-    const QString original = card + "/IMG_0002.HEIC";
-    ASSERT_TRUE(QFile::copy(sample, original));
-    const QString before = digest(original);
-    ASSERT_FALSE(locationKeys(original).isEmpty()) << "the sample has no GPS to remove";
-
-    const CopyResult result = Handoff::copy({Shot("IMG_0002", {original})}, card, destination, true);
-    const QString copied = destination + "/IMG_0002.HEIC";
-    if (result.locationRemoved == 1) {
-        std::cout << "[   NOTE   ] HEIC: written without location\n";
-        EXPECT_EQ(result, (CopyResult{1, 0, 0, 1}));
-        EXPECT_EQ(locationKeys(copied), QStringList());
-    } else {
-        std::cout << "[   NOTE   ] HEIC: Exiv2 cannot write it; the plain verified copy was used\n";
-        EXPECT_EQ(result, (CopyResult{1, std::uint64_t(QFileInfo(original).size()), 0, 0}));
-        EXPECT_EQ(digest(copied), before);
+        const CopyResult result = Handoff::copy({shot}, dir.path() + "/card", dir.path() + "/copies", true);
+        EXPECT_EQ(tree(dir.path() + "/copies"), QStringList{name}) << "a failed attempt left something behind";
+        if (result.locationRemoved == 1 || mustStrip) {
+            EXPECT_EQ(result, (CopyResult{1, 0, 0, 1}));
+            EXPECT_EQ(locationKeys(copied), QStringList());
+            const QByteArray scan = scanData(read(original));
+            EXPECT_TRUE(scan.size() > 100'000 && scanData(read(copied)) == scan) << "the image data was re-encoded";
+            // A stripped copy is never taken for the original, so every run writes a new one.
+            EXPECT_EQ(Handoff::copy({shot}, dir.path() + "/card", dir.path() + "/copies", true).locationRemoved, 1);
+            EXPECT_EQ(tree(dir.path() + "/copies").size(), 2);
+        } else {
+            std::cout << "[   NOTE   ] " << sample << ": Exiv2 cannot write it; the plain verified copy was used\n";
+            EXPECT_EQ(result, (CopyResult{1, std::uint64_t(QFileInfo(original).size()), 0, 0}));
+            EXPECT_EQ(digest(copied), before);
+        }
+        EXPECT_EQ(digest(original), before) << "the photo was changed";
     }
-    EXPECT_EQ(tree(destination), QStringList{"IMG_0002.HEIC"}) << "a failed attempt left something behind";
-    EXPECT_EQ(digest(original), before) << "the photo was changed";
 }

@@ -6,7 +6,6 @@
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
-#include <QMap>
 #include <QRandomGenerator>
 #include <QString>
 
@@ -22,12 +21,19 @@ inline void PrintTo(const CopyResult &result, std::ostream *out)
     *out << "{files " << result.files << ", bytes " << result.bytes << ", alreadyThere " << result.alreadyThere
          << ", locationRemoved " << result.locationRemoved << '}';
 }
+inline void PrintTo(const Move &move, std::ostream *out)
+{
+    *out << move.source.toStdString() << " -> " << move.moved.toStdString();
+}
 } // namespace Handoff
 
 /// Real files in temporary folders for the hand-off tests.
 namespace HandoffTest {
 
+using TestFiles::digest;
 using TestFiles::read;
+using TestFiles::snapshot;
+using TestFiles::tree;
 using TestFiles::write;
 
 /// Bytes that differ for every seed and never compress to nothing.
@@ -38,18 +44,6 @@ inline QByteArray noise(qsizetype size, quint32 seed)
     for (qsizetype i = 0; i < size; ++i)
         bytes[i] = char(generator.bounded(256));
     return bytes;
-}
-
-using TestFiles::digest;
-using TestFiles::snapshot;
-using TestFiles::tree;
-
-inline QMap<QString, QString> digests(const QStringList &paths)
-{
-    QMap<QString, QString> result;
-    for (const QString &path : paths)
-        result.insert(path, digest(path));
-    return result;
 }
 
 inline bool isRoot()

@@ -1,76 +1,152 @@
-#include "JpegBytes.h"
-
+#include "ByteKit/MappedFile.h"
 #include "MediaKit/JpegDecoder.h"
 #include "MediaKit/RAWPreview.h"
+#include "TestFiles.h"
 
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+#include <exiv2/exiv2.hpp>
+#pragma GCC diagnostic pop
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <gtest/gtest.h>
+#include <turbojpeg.h>
 
 #include <algorithm>
 
-using namespace JpegBytes;
 using RAWPreview::Candidate;
+using Bytes = std::vector<std::uint8_t>;
 
 namespace {
 
-std::vector<Candidate> scan(const Bytes &bytes)
+void append(Bytes &to, const Bytes &bytes)
 {
-    return RAWPreview::candidates(bytes);
+    to.insert(to.end(), bytes.begin(), bytes.end());
 }
 
-Bytes junk(std::size_t count, std::uint8_t seed = 7)
+// A real baseline JPEG of a smooth gradient, encoded by TurboJPEG.
+Bytes encoded(int width, int height)
+{
+    std::vector<std::uint8_t> rgb(std::size_t(width) * height * 3);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            std::uint8_t *p = &rgb[(std::size_t(y) * width + x) * 3];
+            p[0] = std::uint8_t(x * 255 / width), p[1] = std::uint8_t(y * 255 / height), p[2] = std::uint8_t(x + y);
+        }
+    tjhandle handle = tjInitCompress();
+    unsigned char *out = nullptr;
+    unsigned long size = 0;
+    tjCompress2(handle, rgb.data(), width, 0, height, TJPF_RGB, &out, &size, TJSAMP_420, 85, 0);
+    Bytes result(out, out + size);
+    tjFree(out);
+    tjDestroy(handle);
+    return result;
+}
+
+// One marker segment: 0xFF, the marker, the big-endian length and the payload.
+Bytes segment(std::uint8_t marker, const Bytes &payload)
+{
+    const std::size_t length = payload.size() + 2;
+    Bytes s{0xFF, marker, std::uint8_t(length >> 8), std::uint8_t(length & 0xFF)};
+    append(s, payload);
+    return s;
+}
+
+struct Parts {
+    bool tables = true;
+    std::uint8_t frameMarker = 0xC0;
+    int width = 8, height = 8;
+    Bytes coded = Bytes(3, 0x5A); ///< the entropy-coded data
+    bool eoi = true;
+};
+
+// A hand-made JPEG stream whose every byte the test decides: SOI, tables, frame header,
+// start of scan, the coded bytes and EOI. Not decodable; only its structure matters.
+Bytes handMade(const Parts &parts)
+{
+    Bytes b{0xFF, 0xD8};
+    if (parts.tables)
+        append(b, segment(0xDB, Bytes(65, 1)));
+    append(b, segment(parts.frameMarker, {8, std::uint8_t(parts.height >> 8), std::uint8_t(parts.height),
+                                          std::uint8_t(parts.width >> 8), std::uint8_t(parts.width), 3, 1, 0x22, 0,
+                                          2, 0x11, 1, 3, 0x11, 1}));
+    if (parts.tables)
+        append(b, segment(0xC4, Bytes(20, 0)));
+    append(b, segment(0xDA, {3, 1, 0, 2, 0x11, 3, 0x11, 0, 63, 0}));
+    append(b, parts.coded);
+    if (parts.eoi)
+        append(b, {0xFF, 0xD9});
+    return b;
+}
+
+Bytes junk(std::size_t count)
 {
     Bytes bytes(count);
     for (std::size_t i = 0; i < count; ++i)
-        bytes[i] = std::uint8_t((i * 131 + seed) % 251); // no 0xFF, so nothing looks like a marker
+        bytes[i] = std::uint8_t((i * 131 + 7) % 251); // no 0xFF, so nothing looks like a marker
     return bytes;
+}
+
+std::vector<Candidate> whole(const Bytes &bytes, bool cut = false)
+{
+    return {{0, std::int64_t(bytes.size()), 8, 8, cut}};
+}
+
+std::vector<Candidate> candidatesOf(const QString &path)
+{
+    const MappedFile file(path.toStdString());
+    return RAWPreview::candidates(file.bytes());
+}
+
+QString describe(const std::vector<Candidate> &found)
+{
+    QStringList parts;
+    for (const Candidate &c : found)
+        parts << QString("%1..%2 %3x%4%5").arg(c.start).arg(c.end).arg(c.width).arg(c.height)
+                     .arg(c.incomplete ? " cut" : "");
+    return parts.join("; ");
 }
 
 } // namespace
 
 TEST(RAWPreviewScan, FindsPicturesBetweenContainerBytesLargestFirstEqualAreasInFileOrder)
 {
-    EXPECT_TRUE(scan({}).empty());
-    EXPECT_TRUE(scan({0xFF, 0xD8, 0xFF}).empty());
+    EXPECT_TRUE(RAWPreview::candidates({}).empty());
+    EXPECT_TRUE(RAWPreview::candidates(Bytes{0xFF, 0xD8, 0xFF}).empty());
 
     const Bytes wide = encoded(64, 32), tall = encoded(32, 64), big = encoded(96, 64);
     Bytes file = junk(100);
-    append(file, wide);
-    append(file, junk(50));
-    append(file, tall);
-    append(file, junk(10));
-    append(file, big);
-    append(file, junk(30));
-
+    for (const Bytes &part : {wide, junk(50), tall, junk(10), big, junk(30)})
+        append(file, part);
     const std::int64_t wideAt = 100, tallAt = wideAt + std::int64_t(wide.size()) + 50;
     const std::int64_t bigAt = tallAt + std::int64_t(tall.size()) + 10;
-    const std::vector<Candidate> expected{
-        {bigAt, bigAt + std::int64_t(big.size()), 96, 64, false},
-        {wideAt, wideAt + std::int64_t(wide.size()), 64, 32, false},
-        {tallAt, tallAt + std::int64_t(tall.size()), 32, 64, false},
-    };
-    EXPECT_EQ(scan(file), expected);
-}
+    EXPECT_EQ(RAWPreview::candidates(file), (std::vector<Candidate>{
+                                                {bigAt, bigAt + std::int64_t(big.size()), 96, 64, false},
+                                                {wideAt, wideAt + std::int64_t(wide.size()), 64, 32, false},
+                                                {tallAt, tallAt + std::int64_t(tall.size()), 32, 64, false}}));
 
-TEST(RAWPreviewScan, FindsAThumbnailNestedInThePreviewsHeader)
-{
-    const Bytes thumbnail = encoded(16, 12);
-    const Bytes preview = withNested(encoded(160, 120), thumbnail);
-    Bytes file = junk(20);
-    append(file, preview);
-
-    const std::vector<Candidate> found = scan(file);
-    ASSERT_EQ(found.size(), 2u);
-    EXPECT_EQ(found[0], (Candidate{20, 20 + std::int64_t(preview.size()), 160, 120, false}));
-    // The thumbnail sits after the preview's SOI, its APP1 header and "Exif\0\0".
-    EXPECT_EQ(found[1], (Candidate{20 + 2 + 4 + 6, 20 + 12 + std::int64_t(thumbnail.size()), 16, 12, false}));
+    // Cameras nest an Exif thumbnail in the preview's header; it is found after the
+    // preview's SOI, its APP1 header and "Exif\0\0".
+    const Bytes thumbnail = encoded(16, 12), preview = encoded(160, 120);
+    Bytes exif{'E', 'x', 'i', 'f', 0, 0};
+    append(exif, thumbnail);
+    Bytes nested = junk(20);
+    append(nested, {0xFF, 0xD8});
+    append(nested, segment(0xE1, exif));
+    nested.insert(nested.end(), preview.begin() + 2, preview.end());
+    EXPECT_EQ(RAWPreview::candidates(nested),
+              (std::vector<Candidate>{{20, std::int64_t(nested.size()), 160, 120, false},
+                                      {32, 32 + std::int64_t(thumbnail.size()), 16, 12, false}}));
 }
 
 TEST(RAWPreviewScan, StuffingRestartAndFillBytesNeverEndAPictureButImpossibleMarkersDo)
 {
     Parts parts;
     parts.coded = {0x12, 0xFF, 0x00, 0x34, 0xFF, 0xD0, 0x56, 0xFF, 0xD7, 0xFF, 0xFF, 0xFF, 0x00, 0x78};
-    const Bytes whole = handMade(parts);
-    ASSERT_EQ(scan(whole), (std::vector<Candidate>{{0, std::int64_t(whole.size()), 8, 8, false}}));
+    const Bytes stuffed = handMade(parts);
+    EXPECT_EQ(RAWPreview::candidates(stuffed), whole(stuffed));
 
     // A progressive picture's tables and scan headers between scans are stepped over whole,
     // even when their contents look like an end marker.
@@ -79,7 +155,7 @@ TEST(RAWPreviewScan, StuffingRestartAndFillBytesNeverEndAPictureButImpossibleMar
     append(parts.coded, segment(0xDA, {1, 1, 0, 0, 63, 0}));
     append(parts.coded, {0x99});
     const Bytes progressive = handMade(parts);
-    EXPECT_EQ(scan(progressive), (std::vector<Candidate>{{0, std::int64_t(progressive.size()), 8, 8, false}}));
+    EXPECT_EQ(RAWPreview::candidates(progressive), whole(progressive));
 
     // A marker that cannot stand in coded data ends the picture there, and the scan goes
     // on from it: the next picture is found.
@@ -89,19 +165,19 @@ TEST(RAWPreviewScan, StuffingRestartAndFillBytesNeverEndAPictureButImpossibleMar
     const std::int64_t cutEnd = std::int64_t(cut.size());
     const Bytes next = encoded(24, 24);
     append(cut, next);
-    EXPECT_EQ(scan(cut), (std::vector<Candidate>{{cutEnd, cutEnd + std::int64_t(next.size()), 24, 24, false},
-                                                 {0, cutEnd, 8, 8, true}}));
+    EXPECT_EQ(RAWPreview::candidates(cut), (std::vector<Candidate>{
+                                               {cutEnd, cutEnd + std::int64_t(next.size()), 24, 24, false},
+                                               {0, cutEnd, 8, 8, true}}));
 }
 
 TEST(RAWPreviewScan, CutPicturesNeedTablesAndHideWhatFollowsTheirScan)
 {
     Parts parts;
     parts.eoi = false;
-    Bytes withTables = handMade(parts);
-    EXPECT_EQ(scan(withTables), (std::vector<Candidate>{{0, std::int64_t(withTables.size()), 8, 8, true}}));
-
+    const Bytes withTables = handMade(parts);
+    EXPECT_EQ(RAWPreview::candidates(withTables), whole(withTables, true));
     parts.tables = false;
-    EXPECT_TRUE(scan(handMade(parts)).empty());
+    EXPECT_TRUE(RAWPreview::candidates(handMade(parts)).empty());
 
     // A whole picture inside an application segment of a cut picture's coded data lies in
     // the skipped range: it is never searched.
@@ -112,33 +188,25 @@ TEST(RAWPreviewScan, CutPicturesNeedTablesAndHideWhatFollowsTheirScan)
     append(parts.coded, segment(0xE5, payload));
     append(parts.coded, {0x55, 0x66});
     const Bytes hiding = handMade(parts);
-    EXPECT_EQ(scan(hiding), (std::vector<Candidate>{{0, std::int64_t(hiding.size()), 8, 8, true}}));
+    EXPECT_EQ(RAWPreview::candidates(hiding), whole(hiding, true));
 }
 
-TEST(RAWPreviewScan, UnusedFrameTypesZeroSizesAndBrokenHeadersAreNotCandidates)
+TEST(RAWPreviewScan, OnlyUsableFrameTypesWithASizeAndSoundLengthsAreCandidates)
 {
-    for (std::uint8_t marker : {0xC3, 0xC5, 0xC7, 0xC9, 0xCB, 0xCF}) {
+    for (std::uint8_t marker : {0xC0, 0xC1, 0xC2, 0xC3, 0xC5, 0xC7, 0xC9, 0xCB, 0xCF}) {
         Parts parts;
         parts.frameMarker = marker;
-        EXPECT_TRUE(scan(handMade(parts)).empty()) << int(marker);
-    }
-    for (std::uint8_t marker : {0xC0, 0xC1, 0xC2}) {
-        Parts parts;
-        parts.frameMarker = marker;
-        EXPECT_EQ(scan(handMade(parts)).size(), 1u) << int(marker);
+        EXPECT_EQ(RAWPreview::candidates(handMade(parts)).size(), marker <= 0xC2 ? 1u : 0u) << int(marker);
     }
     Parts zeroWidth;
     zeroWidth.width = 0;
-    EXPECT_TRUE(scan(handMade(zeroWidth)).empty());
-
-    // A segment length running past the data, or a length below 2.
-    Bytes bad = handMade({});
-    bad[4] = 0xFF; // the quantisation table's length now far exceeds the file
-    EXPECT_TRUE(scan(bad).empty());
-    bad = handMade({});
-    bad[4] = 0;
-    bad[5] = 1;
-    EXPECT_TRUE(scan(bad).empty());
+    EXPECT_TRUE(RAWPreview::candidates(handMade(zeroWidth)).empty());
+    // The quantisation table's length running past the data, or below 2.
+    for (const std::pair<std::uint8_t, std::uint8_t> length : {std::pair{0xFF, 0x43}, std::pair{0, 1}}) {
+        Bytes bad = handMade({});
+        bad[4] = length.first, bad[5] = length.second;
+        EXPECT_TRUE(RAWPreview::candidates(bad).empty()) << int(length.first) << ' ' << int(length.second);
+    }
 }
 
 TEST(RAWPreviewExtract, TakesTheLargestThatDecodesAndClosesACutPicture)
@@ -147,57 +215,47 @@ TEST(RAWPreviewExtract, TakesTheLargestThatDecodesAndClosesACutPicture)
     Bytes file = junk(64);
     append(file, small);
     append(file, junk(64));
+    // A hand-made 800×600 that does not decode comes before the real 400×300.
+    Parts fake;
+    fake.width = 800, fake.height = 600;
+    append(file, handMade(fake));
     append(file, large);
-
     RAWPreview::Found found = RAWPreview::extract(file, false);
     EXPECT_EQ(found.jpeg, large);
     EXPECT_EQ(found.width, 400);
     EXPECT_FALSE(found.incomplete);
     EXPECT_FALSE(found.keptDetails);
 
-    // Damage the large one's coded data so it no longer decodes: the small one is next.
-    Bytes damaged = file;
-    const std::size_t largeAt = 64 + small.size() + 64;
-    Parts fakeParts;
-    fakeParts.width = 800;
-    fakeParts.height = 600;
-    const Bytes fake = handMade(fakeParts);
-    damaged.insert(damaged.begin() + std::ptrdiff_t(largeAt), fake.begin(), fake.end());
-    found = RAWPreview::extract(damaged, false);
-    EXPECT_EQ(found.width, 400); // the hand-made 800×600 does not decode; the real 400×300 does
-
     // A picture cut in its coded data still decodes once closed with an EOI.
-    Bytes cut(large.begin(), large.begin() + std::ptrdiff_t(large.size() * 2 / 3));
+    const Bytes cut(large.begin(), large.begin() + std::ptrdiff_t(large.size() * 2 / 3));
     found = RAWPreview::extract(cut, false);
     EXPECT_TRUE(found.incomplete);
     EXPECT_EQ(found.width, 400);
-    ASSERT_EQ(found.jpeg.size(), cut.size() + 2);
-    EXPECT_TRUE(std::equal(cut.begin(), cut.end(), found.jpeg.begin()));
-    EXPECT_EQ(found.jpeg[found.jpeg.size() - 2], 0xFF);
-    EXPECT_EQ(found.jpeg.back(), 0xD9);
+    Bytes closed = cut;
+    append(closed, {0xFF, 0xD9});
+    EXPECT_EQ(found.jpeg, closed);
     EXPECT_TRUE(JpegDecoder::decode(found.jpeg, 400).has_value());
 
     EXPECT_THROW(RAWPreview::extract(junk(5000), false), RAWPreview::Unsupported);
     try {
         RAWPreview::extract(handMade({}), true);
-        FAIL() << "a picture that does not decode was accepted";
+        ADD_FAILURE() << "a picture that does not decode was accepted";
     } catch (const RAWPreview::Unsupported &error) {
         EXPECT_STREQ(error.what(), "No usable picture was found inside this RAW file. The preview "
                                    "the camera stores in it is missing or damaged too.");
     }
 }
 
-TEST(JpegDecoderScaling, ChoosesTheSmallestDctScaleThatIsStillLargeEnough)
+TEST(JpegDecoder, ChoosesTheSmallestDctScaleThatIsStillLargeEnough)
 {
     using JpegDecoder::Size;
-    EXPECT_EQ(JpegDecoder::scaledSize({6000, 4000}, 1024), (Size{1500, 1000}));
-    EXPECT_EQ(JpegDecoder::scaledSize({6000, 4000}, 256), (Size{750, 500}));
-    EXPECT_EQ(JpegDecoder::scaledSize({6000, 4000}, 2560), (Size{3000, 2000}));
-    EXPECT_EQ(JpegDecoder::scaledSize({6000, 4000}, 9000), (Size{6000, 4000}));
-    EXPECT_EQ(JpegDecoder::scaledSize({100, 80}, 1024), (Size{100, 80}));
+    const std::tuple<Size, int, Size> cases[] = {{{6000, 4000}, 1024, {1500, 1000}}, {{6000, 4000}, 256, {750, 500}},
+                                                 {{6000, 4000}, 2560, {3000, 2000}}, {{6000, 4000}, 9000, {6000, 4000}},
+                                                 {{100, 80}, 1024, {100, 80}}};
+    for (const auto &[stored, longSide, scaled] : cases)
+        EXPECT_EQ(JpegDecoder::scaledSize(stored, longSide), scaled) << longSide;
 
-    const Bytes jpeg = encoded(320, 200);
-    const auto bitmap = JpegDecoder::decode(jpeg, 80);
+    const auto bitmap = JpegDecoder::decode(encoded(320, 200), 80);
     ASSERT_TRUE(bitmap.has_value());
     EXPECT_EQ(bitmap->width, 80);
     EXPECT_EQ(bitmap->height, 50);
@@ -205,33 +263,90 @@ TEST(JpegDecoderScaling, ChoosesTheSmallestDctScaleThatIsStillLargeEnough)
     EXPECT_FALSE(JpegDecoder::decode(junk(300), 80).has_value());
 }
 
-TEST(JpegDecoderOrientation, ReadsIfd0OrientationInEitherByteOrder)
+// The scan against the stored pictures exiftool lists for every RAW file of the corpus:
+// files without a stored JPEG give none; a cut picture reaches to the end of its file.
+TEST(CorpusPreviews, EveryStoredJpegIsACandidateAtItsOffsetWithItsSize)
 {
-    auto exifWithOrientation = [](bool bigEndian, int orientation) {
-        Bytes tiff = bigEndian ? Bytes{'M', 'M', 0, 42, 0, 0, 0, 8, 0, 2}
-                               : Bytes{'I', 'I', 42, 0, 8, 0, 0, 0, 2, 0};
-        auto entry = [&](std::uint16_t tag, std::uint16_t value) {
-            Bytes e = bigEndian ? Bytes{std::uint8_t(tag >> 8), std::uint8_t(tag), 0, 3, 0, 0, 0, 1,
-                                        std::uint8_t(value >> 8), std::uint8_t(value), 0, 0}
-                                : Bytes{std::uint8_t(tag), std::uint8_t(tag >> 8), 3, 0, 1, 0, 0, 0,
-                                        std::uint8_t(value), std::uint8_t(value >> 8), 0, 0};
-            append(tiff, e);
-        };
-        entry(0x0110, 77);
-        entry(0x0112, std::uint16_t(orientation));
-        append(tiff, {0, 0, 0, 0});
-        Bytes payload{'E', 'x', 'i', 'f', 0, 0};
-        append(payload, tiff);
-        const Bytes jpeg = encoded(16, 16);
-        Bytes result{0xFF, 0xD8};
-        append(result, segment(0xE0, Bytes(14, 0))); // a JFIF segment comes first
-        append(result, segment(0xE1, payload));
-        result.insert(result.end(), jpeg.begin() + 2, jpeg.end());
-        return result;
+    SKIP_WITHOUT_CORPUS();
+    int raws = 0;
+    for (const char *folder : {"raw", "pairs", "shoot"}) {
+        const QString base = TestFiles::corpus() + '/' + folder;
+        for (const QJsonValue &entry : QJsonDocument::fromJson(TestFiles::read(base + "/truth.json"))["files"].toArray()) {
+            const QString path = base + '/' + entry["file"].toString();
+            // Camera RAW files as exiftool tells them (image/x-…), whatever their name says.
+            if (!entry["mime_type"].toString().startsWith("image/x-"))
+                continue;
+            ++raws;
+            const std::vector<Candidate> found = candidatesOf(path);
+            SCOPED_TRACE(path.toStdString() + ": " + describe(found).toStdString());
+            const QJsonArray embedded = entry["embedded_images"].toArray();
+            if (embedded.isEmpty()) {
+                EXPECT_TRUE(found.empty());
+            }
+            for (const QJsonValue &image : embedded) {
+                const qint64 offset = image["offset"].toInteger();
+                const bool whole = image["has_eoi"].toBool();
+                const auto match =
+                    std::find_if(found.begin(), found.end(), [&](const Candidate &c) { return c.start == offset; });
+                ASSERT_NE(match, found.end()) << image["tag"].toString().toStdString();
+                const qint64 end = whole ? offset + image["jpeg_stream_length"].toInteger() : QFileInfo(path).size();
+                EXPECT_EQ(*match, (Candidate{offset, end, image["width"].toInt(), image["height"].toInt(), !whole}));
+            }
+            EXPECT_TRUE(std::is_sorted(found.begin(), found.end(),
+                                       [](const Candidate &a, const Candidate &b) { return a.area() > b.area(); }));
+        }
+    }
+    EXPECT_GE(raws, 20);
+}
+
+TEST(CorpusPreviews, ExtractKeepsDetailsWithoutReencoding)
+{
+    SKIP_WITHOUT_CORPUS();
+    const MappedFile cr2((TestFiles::corpus() + "/raw/canon_eos350d.cr2").toStdString());
+    const RAWPreview::Found found = RAWPreview::extract(cr2.bytes(), true);
+    EXPECT_EQ(found.width, 3456);
+    EXPECT_EQ(found.height, 2304);
+    EXPECT_FALSE(found.incomplete);
+    ASSERT_TRUE(found.keptDetails);
+
+    // The compressed picture is byte for byte the stored one: from its frame header to its end.
+    const std::vector<Candidate> stored = RAWPreview::candidates(cr2.bytes());
+    const auto original = cr2.bytes().subspan(std::size_t(stored[0].start), std::size_t(stored[0].end - stored[0].start));
+    static constexpr std::uint8_t frameMarker[] = {0xFF, 0xC0};
+    const auto frame = std::search(original.begin(), original.end(), std::begin(frameMarker), std::end(frameMarker));
+    const std::size_t tail = std::size_t(original.end() - frame);
+    ASSERT_GT(found.jpeg.size(), tail);
+    EXPECT_TRUE(std::equal(frame, original.end(), found.jpeg.end() - std::ptrdiff_t(tail)));
+
+    Exiv2::Image::AutoPtr image = Exiv2::ImageFactory::open(found.jpeg.data(), long(found.jpeg.size()));
+    image->readMetadata();
+    const Exiv2::ExifData &exif = image->exifData();
+    EXPECT_EQ(exif.findKey(Exiv2::ExifKey("Exif.Image.Model"))->toString(), "Canon EOS 350D DIGITAL");
+    EXPECT_EQ(exif.findKey(Exiv2::ExifKey("Exif.Photo.SubSecTimeOriginal"))->toString(), "35");
+    EXPECT_EQ(exif.findKey(Exiv2::ExifKey("Exif.Photo.PixelXDimension"))->toLong(), 3456);
+    EXPECT_TRUE(JpegDecoder::decode(found.jpeg, 64).has_value());
+
+    // Formats Exiv2 cannot read still give their picture, only without the details.
+    const MappedFile cr3((TestFiles::corpus() + "/raw/canon_eosm50.cr3").toStdString());
+    const RAWPreview::Found fromCr3 = RAWPreview::extract(cr3.bytes(), true);
+    EXPECT_EQ(fromCr3.width, 6000);
+    EXPECT_FALSE(fromCr3.keptDetails);
+
+    const MappedFile iiq((TestFiles::corpus() + "/raw/leaf_credo40_no_jpeg.iiq").toStdString());
+    EXPECT_THROW(RAWPreview::extract(iiq.bytes(), false), RAWPreview::Unsupported);
+}
+
+TEST(CorpusPreviews, DiagnoseOpensGenuineFilesOnly)
+{
+    SKIP_WITHOUT_CORPUS();
+    using RAWPreview::Diagnosis;
+    const std::pair<const char *, Diagnosis> cases[] = {
+        {"/raw/kodak_dc50_no_jpeg.kdc", Diagnosis::opens}, // genuine sensor data
+        {"/pairs/IMG_0003.JPG", Diagnosis::opens},
+        {"/raw/nikon_d70s_capture_nx_is_jpeg.nef", Diagnosis::opens},
+        {"/raw/canon_eos350d.cr2", Diagnosis::damaged}, // sensor data cut to a stub
+        {"/shoot/notes.txt", Diagnosis::damaged},
     };
-    EXPECT_EQ(JpegDecoder::exifOrientation(exifWithOrientation(true, 6)), 6);
-    EXPECT_EQ(JpegDecoder::exifOrientation(exifWithOrientation(false, 8)), 8);
-    EXPECT_EQ(JpegDecoder::exifOrientation(exifWithOrientation(false, 9)), 1);
-    EXPECT_EQ(JpegDecoder::exifOrientation(encoded(16, 16)), 1);
-    EXPECT_EQ(JpegDecoder::exifOrientation(junk(40)), 1);
+    for (const auto &[file, diagnosis] : cases)
+        EXPECT_EQ(RAWPreview::diagnose(MappedFile((TestFiles::corpus() + file).toStdString()).bytes()), diagnosis) << file;
 }

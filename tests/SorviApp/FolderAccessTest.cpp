@@ -46,8 +46,7 @@ TEST(RecentFolders, EightMostRecentFirstWithoutDuplicatesAndWhetherReachable)
     EXPECT_EQ(pathsOf(model.recentFolders()), newestFirst);
     EXPECT_EQ(QSettings().value(FolderAccess::recentFoldersKey).toStringList(), newestFirst);
 
-    model.remember(folders[4]);
-    model.open(folders[4]);
+    model.open(folders[4]); // already in the list: moved to the front
     ASSERT_TRUE(waitFor([&] { return !model.loading(); }));
     const QList<RecentFolder> recent = model.recentFolders();
     EXPECT_EQ(pathsOf(recent),
@@ -55,6 +54,8 @@ TEST(RecentFolders, EightMostRecentFirstWithoutDuplicatesAndWhetherReachable)
                            folders[1]}));
     EXPECT_TRUE(std::all_of(recent.begin(), recent.end(), [](const RecentFolder &f) { return f.connected; }));
     EXPECT_TRUE(SorviModel::recentBookmarks().isEmpty());
+    EXPECT_TRUE(FolderAccess::remember(QSettings(dir.path(), QSettings::IniFormat), folders[0]).failed())
+        << "a list that can't reach the disk says so";
 
     // A card taken out is listed but not reachable, and reachable again once it is back.
     ASSERT_TRUE(QDir().rename(folders[8], folders[8] + " away"));

@@ -106,9 +106,10 @@ inline bool openAndWait(SorviModel &model, const QString &folder, int timeoutMs 
     return waitFor([&] { return !model.loading() && !model.checking(); }, timeoutMs);
 }
 
-/// What the open folder's catalog file says now, read afresh from disk.
-inline RatingMap catalogOnDisk(const QString &folder)
+/// What the folder's catalog file says once `model`'s writes are done, read afresh from disk.
+inline RatingMap catalogOnDisk(SorviModel &model, const QString &folder)
 {
+    model.waitForWrites();
     return Catalog(folder).ratings();
 }
 

@@ -6,6 +6,7 @@
 #include "SorviKit/core/OwnFile.h"
 
 #include <QDirIterator>
+#include <QSettings>
 
 #include <algorithm>
 
@@ -57,7 +58,7 @@ TEST(RatingsSafety, AnUnreadableCatalogOrChecksFileSurvivesByteForByte)
     ASSERT_EQ(aside.size(), 1) << "kept once, however many writes follow";
     EXPECT_TRUE(aside.first().startsWith(QFileInfo(file).completeBaseName() + ".unreadable-"));
     EXPECT_EQ(contents(QDir(catalogsFolder()).filePath(aside.first())), damaged);
-    EXPECT_EQ(catalogOnDisk(folder), model.ratings());
+    EXPECT_EQ(catalogOnDisk(model, folder), model.ratings());
     EXPECT_TRUE(waitFor([&] { return model.warning().contains(aside.first()); }, 10'000)) << model.warning().toStdString();
 
     // The next folder starts without the notice.
@@ -108,6 +109,18 @@ TEST(RatingsSafety, AFailedWriteIsShownUntilTheNextGoodOne)
     EXPECT_TRUE(waitFor([&] { return model.warning().isEmpty(); }, 10'000)) << model.warning().toStdString();
     model.waitForWrites();
     EXPECT_EQ(Catalog(folder, store).ratings(), model.ratings()) << "the good write carries every earlier change";
+
+    // The settings file too: a switch that could not be remembered is said, then cleared.
+    const QString settingsFile = QSettings().fileName();
+    const QString saved = settingsFile + ".saved";
+    QFile::rename(settingsFile, saved);
+    ASSERT_TRUE(QDir().mkpath(settingsFile));
+    model.setShowChecks(!model.showChecks());
+    EXPECT_TRUE(model.warning().contains(settingsFile)) << model.warning().toStdString();
+    ASSERT_TRUE(QDir(settingsFile).removeRecursively());
+    QFile::rename(saved, settingsFile);
+    model.setShowChecks(!model.showChecks());
+    EXPECT_TRUE(model.warning().isEmpty()) << model.warning().toStdString();
 }
 
 TEST(RatingsSafety, KeyPressesNeverWaitForTheDiskAndQuittingWaitsForTheLastWrite)

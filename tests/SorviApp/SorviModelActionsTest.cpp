@@ -30,8 +30,7 @@ protected:
     void select(int index) { model->setSelection(ids[index]); }
     void expectCatalogMatches()
     {
-        model->waitForWrites();
-        EXPECT_EQ(catalogOnDisk(folder), model->ratings());
+        EXPECT_EQ(catalogOnDisk(*model, folder), model->ratings());
     }
 
     QTemporaryDir dir;
@@ -290,10 +289,10 @@ TEST(SorviModelBulk, BulkActionsSkipFlaggedShotsAndUndoInOneStep)
     EXPECT_EQ(rejectedInFive, (QStringList{five[0], five[1], five[4]}));
     EXPECT_EQ(model.rating(picked).flag, Flag::pick);
     EXPECT_EQ(model.count(model.restOfBursts()), 0);
-    EXPECT_EQ(catalogOnDisk(folder), model.ratings());
+    EXPECT_EQ(catalogOnDisk(model, folder), model.ratings());
     model.undo();
     EXPECT_EQ(model.ratings(), start);
-    EXPECT_EQ(catalogOnDisk(folder), model.ratings());
+    EXPECT_EQ(catalogOnDisk(model, folder), model.ratings());
 
     model.rejectRestOfBursts();
     const RatingMap burstsRejected = model.ratings();
@@ -324,6 +323,6 @@ TEST(SorviModelBulk, BulkActionsSkipFlaggedShotsAndUndoInOneStep)
     model.pickAIPicks();
     EXPECT_EQ(model.rating(chosen).flag, Flag::pick);
     EXPECT_EQ(model.rating(blinked).flag, Flag::reject);
-    EXPECT_EQ(catalogOnDisk(folder), model.ratings());
+    EXPECT_EQ(catalogOnDisk(model, folder), model.ratings());
     model.setAutoAdvance(true);
 }

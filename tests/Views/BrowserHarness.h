@@ -16,13 +16,9 @@
 #include <QVBoxLayout>
 #include <QWidget>
 
-#include <memory>
-
 /// A real browser in a window of the size the application opens with, over a real model,
 /// with the window's undo command on Ctrl+Z as the main window has it.
 struct BrowserHarness {
-    static constexpr QSize windowSize{1240, 820};
-
     explicit BrowserHarness(SorviModel::Options options = ModelTest::withoutChecks())
         : model(std::move(options))
     {
@@ -34,7 +30,7 @@ struct BrowserHarness {
         undo->setShortcut(QKeySequence::Undo);
         window.addAction(undo);
         QObject::connect(undo, &QAction::triggered, &model, &SorviModel::undo);
-        window.resize(windowSize);
+        window.resize(1240, 820);
         window.show();
         window.activateWindow();
         EXPECT_TRUE(QTest::qWaitForWindowActive(&window));

@@ -1,7 +1,7 @@
 #include "SorviKit/previews/PreviewLoader.h"
 #include "SorviApp/views/ShotImage.h"
+#include "TestFiles.h"
 
-#include <QFile>
 #include <QImage>
 #include <QSemaphore>
 #include <QSignalSpy>
@@ -15,9 +15,9 @@ namespace {
 
 constexpr int waitMs = 30'000;
 
-Shot jpegShot(const QTemporaryDir &dir, const QString &name, QColor colour, QSize size = {600, 400})
+Shot jpegShot(const QTemporaryDir &dir, const QString &name, QColor colour)
 {
-    QImage image(size, QImage::Format_RGB32);
+    QImage image(600, 400, QImage::Format_RGB32);
     image.fill(colour);
     const QString path = dir.filePath(name + QStringLiteral(".jpg"));
     EXPECT_TRUE(image.save(path, "JPEG", 90));
@@ -48,12 +48,10 @@ bool near(QColor a, QColor b) { return std::abs(a.red() - b.red()) + std::abs(a.
 
 TEST(ShotImage, TiersAndPreparation)
 {
-    EXPECT_EQ(ShotImage::tier(168, 2560), 256);
-    EXPECT_EQ(ShotImage::tier(256, 2560), 256);
-    EXPECT_EQ(ShotImage::tier(336, 2560), 512);
-    EXPECT_EQ(ShotImage::tier(900, 2560), 2560);
-    EXPECT_EQ(ShotImage::tier(5000, 2560), 2560);
-    EXPECT_EQ(ShotImage::tier(300, 400), 400); // a tier at or above the screen is the screen
+    // A tier at or above the screen is the screen.
+    for (const auto &[needed, screen, tier] : {std::tuple{168, 2560, 256}, {256, 2560, 256}, {336, 2560, 512},
+                                              {900, 2560, 2560}, {5000, 2560, 2560}, {300, 400, 400}})
+        EXPECT_EQ(ShotImage::tier(needed, screen), tier) << needed << " on " << screen;
 
     QImage sideways(40, 20, QImage::Format_RGB32);
     sideways.fill(Qt::white);
@@ -94,9 +92,8 @@ TEST(ShotImage, LoadsOffTheGuiThreadThenFromTheCache)
 TEST(ShotImage, StaleAndDroppedRequestsAreNeverDecoded)
 {
     QTemporaryDir dir;
-    const Shot red = jpegShot(dir, QStringLiteral("red"), Qt::red);
-    const Shot blue = jpegShot(dir, QStringLiteral("blue"), Qt::blue);
-    const Shot green = jpegShot(dir, QStringLiteral("green"), Qt::green);
+    const Shot red = jpegShot(dir, "red", Qt::red), blue = jpegShot(dir, "blue", Qt::blue);
+    const Shot green = jpegShot(dir, "green", Qt::green);
     PreviewLoader loader;
     {
         BlockedPool blocked;
@@ -127,11 +124,8 @@ TEST(ShotImage, DamagedFileEndsAsFailedAndNewShotClearsThePicture)
 {
     QTemporaryDir dir;
     const Shot red = jpegShot(dir, QStringLiteral("red"), Qt::red);
-    QFile damaged(dir.filePath(QStringLiteral("damaged.jpg")));
-    ASSERT_TRUE(damaged.open(QIODevice::WriteOnly));
-    damaged.write(QByteArray("\xFF\xD8\xFF\xE0 not really a picture"));
-    damaged.close();
-    const Shot broken(QStringLiteral("damaged"), {damaged.fileName()});
+    TestFiles::write(dir.filePath(QStringLiteral("damaged.jpg")), "\xFF\xD8\xFF\xE0 not really a picture");
+    const Shot broken(QStringLiteral("damaged"), {dir.filePath(QStringLiteral("damaged.jpg"))});
     PreviewLoader loader;
     QThreadPool pool;
     ShotImage image(loader, pool);

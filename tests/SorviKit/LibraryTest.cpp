@@ -1,13 +1,29 @@
-#include "SorviKit/library/CaptureDetails.h"
 #include "SorviKit/core/FileNameOrder.h"
+#include "SorviKit/library/CaptureDetails.h"
+#include "SorviKit/library/Catalog.h"
 #include "SorviKit/library/ShotScanner.h"
+#include "SorviKit/library/TiffView.h"
 #include "TestFiles.h"
 
+#include <QJsonDocument>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
+#include <QtEndian>
 #include <gtest/gtest.h>
 
 namespace {
+
+const Rating threeStarRedPick{3, Rating::Flag::pick, Rating::Label::red};
+
+void appendEntry(QByteArray &tiff, quint16 tag, quint16 type, quint32 count, quint32 value)
+{
+    char entry[12];
+    qToLittleEndian(tag, entry);
+    qToLittleEndian(type, entry + 2);
+    qToLittleEndian(count, entry + 4);
+    qToLittleEndian(value, entry + 8);
+    tiff.append(entry, 12);
+}
 
 QStringList ids(const QList<Shot> &shots)
 {
@@ -17,20 +33,131 @@ QStringList ids(const QList<Shot> &shots)
     return result;
 }
 
-QStringList relativeFiles(const Shot &shot, const QString &root)
+} // namespace
+
+TEST(CatalogTest, RatingsAreWrittenThroughAndRestored)
 {
-    QStringList result;
-    for (const QString &file : shot.files)
-        result << QDir(root).relativeFilePath(file);
-    return result;
+    QTemporaryDir store, shoot;
+    {
+        Catalog catalog(shoot.path(), store.path());
+        EXPECT_EQ(QFileInfo(catalog.file()).fileName(), Catalog::key(shoot.path()) + ".json");
+        catalog.set(threeStarRedPick, "day2/DSC_0042");
+        catalog.set(Rating{0, Rating::Flag::none, Rating::Label::purple}, "a \"quoted\"\\name");
+        catalog.set(Rating{1, Rating::Flag::reject, Rating::Label::none}, "gone");
+        catalog.set(Rating(), "gone"); // an empty rating removes the entry
+        EXPECT_FALSE(catalog.rating("gone"));
+    }
+    const QByteArray json = TestFiles::read(Catalog(shoot.path(), store.path()).file());
+    EXPECT_TRUE(json.contains(R"("day2/DSC_0042":{"stars":3,"flag":"pick","label":"Red"})")) << json.constData();
+    EXPECT_TRUE(json.contains(R"({"stars":0,"flag":"none","label":"Purple"})"));
+    EXPECT_FALSE(json.contains("gone"));
+    const QJsonObject root = QJsonDocument::fromJson(json).object();
+    EXPECT_EQ(root["version"].toInt(), 1);
+    EXPECT_EQ(root["folder"].toString(), QFileInfo(shoot.path()).canonicalFilePath());
+
+    const Catalog reopened(shoot.path(), store.path());
+    EXPECT_EQ(reopened.ratings().size(), 2);
+    EXPECT_EQ(reopened.rating("day2/DSC_0042"), threeStarRedPick);
+    EXPECT_EQ(reopened.rating("a \"quoted\"\\name")->label, Rating::Label::purple);
 }
 
-} // namespace
+TEST(CatalogTest, AdoptNeverOverridesAndWritesOnlyWhenSomethingWasAdded)
+{
+    QTemporaryDir store, shoot;
+    Catalog catalog(shoot.path(), store.path());
+    catalog.adopt({{"a", Rating()}});
+    EXPECT_FALSE(QFileInfo::exists(catalog.file())); // only empty ratings: nothing written
+
+    catalog.set(threeStarRedPick, "a");
+    QFile::remove(catalog.file());
+    catalog.adopt({{"a", Rating{5, Rating::Flag::reject, Rating::Label::blue}}});
+    EXPECT_EQ(catalog.rating("a"), threeStarRedPick);
+    EXPECT_FALSE(QFileInfo::exists(catalog.file())) << "adopting nothing new must not write";
+
+    catalog.adopt({{"a", Rating{1}}, {"b", Rating{2}}});
+    EXPECT_EQ(catalog.rating("a"), threeStarRedPick);
+    EXPECT_EQ(catalog.rating("b")->stars, 2);
+    EXPECT_EQ(Catalog(shoot.path(), store.path()).ratings().size(), 2);
+}
+
+TEST(CatalogTest, AnyMalformedRatingLeavesTheCatalogEmptyUntilTheNextSave)
+{
+    const QByteArray good = R"({"version":1,"folder":"/x","ratings":{"a":{"stars":2,"flag":"pick","label":""}}})";
+    ASSERT_TRUE(Catalog::decode(good));
+    for (const QByteArray &bad : {
+             QByteArray(R"({"version":1,"folder":"/x","ratings":{"a":{"stars":2,"flag":"maybe","label":""}}})"),
+             QByteArray(R"({"version":1,"folder":"/x","ratings":{"a":{"stars":2,"flag":"pick","label":"red"}}})"),
+             QByteArray(R"({"version":1,"folder":"/x","ratings":{"a":{"stars":2.5,"flag":"pick","label":""}}})"),
+             QByteArray(R"({"version":1,"folder":"/x","ratings":{"a":{"stars":"2","flag":"pick","label":""}}})"),
+             QByteArray(R"({"version":1,"folder":"/x","ratings":{"a":{"flag":"pick","label":""}}})"),
+             QByteArray(R"({"version":1,"ratings":{}})"),
+             QByteArray("{\"version\":1,"), QByteArray(), QByteArray("[]")})
+        EXPECT_FALSE(Catalog::decode(bad)) << bad.constData();
+
+    QTemporaryDir store, shoot;
+    const QString file = store.path() + '/' + Catalog::key(shoot.path()) + ".json";
+    const QByteArray broken =
+        R"({"version":1,"folder":"/x","ratings":{"a":{"stars":2,"flag":"pick","label":""},"b":{"stars":1,"flag":"maybe","label":""}}})";
+    TestFiles::write(file, broken);
+    Catalog catalog(shoot.path(), store.path());
+    EXPECT_TRUE(catalog.ratings().isEmpty());
+    EXPECT_EQ(TestFiles::read(file), broken); // left alone until we write
+    catalog.set(Rating{4}, "c");
+    EXPECT_EQ(Catalog::decode(TestFiles::read(file))->keys(), QStringList{"c"});
+}
+
+TEST(CatalogTest, KeyFollowsTheVolumeNotTheMountPoint)
+{
+    const QString onCard = Catalog::key("1234-ABCD", "/media/me/EOS_DIGITAL", "/media/me/EOS_DIGITAL/DCIM");
+    EXPECT_EQ(onCard, Catalog::key("1234-ABCD", "/mnt/card", "/mnt/card/DCIM"));
+    EXPECT_NE(onCard, Catalog::key("9999-0000", "/mnt/card", "/mnt/card/DCIM"));
+    EXPECT_NE(Catalog::key("local", "/", "/home/me/DCIM"), Catalog::key("local", "/", "/home/you/DCIM"));
+    // sha256("local|/photos") starts with these 12 bytes.
+    EXPECT_EQ(Catalog::key("local", "/", "/photos"), "f5aad66555702b5b772b6a4f");
+
+    QTemporaryDir dir;
+    EXPECT_EQ(Catalog::key(dir.path()), Catalog::key(dir.path() + "/./"));
+}
+
+TEST(TiffViewTest, EmptiesOnlyHugeValuesAndNeverTouchesTheFile)
+{
+    // Little-endian TIFF, IFD0 at 8 with: Make (small, inline), a 2 MiB undefined blob and
+    // a 1 KiB one; the blobs follow the IFD.
+    QByteArray tiff("II*\0\x08\0\0\0", 8);
+    tiff.append("\x03\0", 2);
+    const quint32 blobsAt = 8 + 2 + 3 * 12 + 4;
+    appendEntry(tiff, 0x010f, 2, 4, qFromLittleEndian<quint32>("Kes\0"));
+    appendEntry(tiff, 0xc68c, 7, 2 * 1024 * 1024, blobsAt);
+    appendEntry(tiff, 0xc634, 7, 1024, blobsAt + 2 * 1024 * 1024);
+    tiff.append(4, '\0'); // no next IFD
+    tiff.append(QByteArray(2 * 1024 * 1024 + 1024, 'x'));
+
+    QTemporaryDir dir;
+    const QString path = dir.path() + "/x.dng";
+    TestFiles::write(path, tiff);
+    const QString before = TestFiles::digest(path);
+    {
+        const TiffView view(path);
+        ASSERT_TRUE(view.isValid());
+        EXPECT_EQ(view.emptiedValues(), 1);
+        EXPECT_EQ(view.size(), std::size_t(tiff.size()));
+        EXPECT_EQ(qFromLittleEndian<quint32>(view.data() + 10 + 12 + 4), 0u) << "the huge count is emptied";
+        EXPECT_EQ(qFromLittleEndian<quint32>(view.data() + 10 + 24 + 4), 1024u) << "small values stay";
+    }
+    EXPECT_EQ(TestFiles::digest(path), before);
+
+    TestFiles::write(dir.path() + "/y.jpg", QByteArray::fromHex("ffd8ffe000104a464946"));
+    EXPECT_FALSE(TiffView(dir.path() + "/y.jpg").isValid());
+    EXPECT_FALSE(TiffView(dir.path() + "/missing.dng").isValid());
+    // An IFD offset past the end must not be followed.
+    TestFiles::write(dir.path() + "/z.tif", QByteArray("II*\0\xff\xff\xff\x0f", 8) + QByteArray(16, '\0'));
+    EXPECT_EQ(TiffView(dir.path() + "/z.tif").emptiedValues(), 0);
+}
 
 TEST(ShotScannerTest, ListsPairsAndOrdersLikeAFileBrowser)
 {
     QTemporaryDir dir;
-    const QString root = dir.path();
+    const QString root = QDir(dir.path()).canonicalPath();
     for (const char *name : {"DCIM/100CANON/IMG_0001.CR3", "DCIM/100CANON/IMG_0001.JPG",
                              "DCIM/100CANON/img_0001.jpeg", "DCIM/100CANON/IMG_0001.xmp",
                              "DCIM/100CANON/IMG_10.JPG", "DCIM/100CANON/IMG_2.JPG",
@@ -45,8 +172,8 @@ TEST(ShotScannerTest, ListsPairsAndOrdersLikeAFileBrowser)
                                        "DCIM/100CANON/IMG_2", "DCIM/100CANON/IMG_10", "DCIM/rejected/DSC_1"}));
     // Grouping ignores case; the RAW comes first and gives the id its case.
     const Shot &pair = shots.at(3);
-    EXPECT_EQ(relativeFiles(pair, root), (QStringList{"DCIM/100CANON/IMG_0001.CR3", "DCIM/100CANON/IMG_0001.JPG",
-                                                      "DCIM/100CANON/img_0001.jpeg"}));
+    EXPECT_EQ(pair.files, (QStringList{root + "/DCIM/100CANON/IMG_0001.CR3", root + "/DCIM/100CANON/IMG_0001.JPG",
+                                       root + "/DCIM/100CANON/img_0001.jpeg"}));
     EXPECT_EQ(pair.kinds(), "CR3 + JPG + JPEG");
 
     // The same folder spelled through a link or with dots gives the same ids.

@@ -1,7 +1,10 @@
+// What hand-off leaves for an editor: XMP sidecars beside the photos, and the Lightroom
+// Classic plug-in that reads the flags list.
 #include "SorviKit/core/FileError.h"
+#include "SorviKit/handoff/LightroomPlugin.h"
+#include "SorviKit/handoff/XMPSidecar.h"
 #include "SorviKit/library/ShotScanner.h"
 #include "TestFiles.h"
-#include "SorviKit/handoff/XMPSidecar.h"
 
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -13,12 +16,6 @@ namespace {
 
 const Rating threeStarGreenPick{3, Rating::Flag::pick, Rating::Label::green};
 const Rating rejected{0, Rating::Flag::reject, Rating::Label::none};
-
-QByteArray fileBytes(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 // Limits the size of files this process may write, like a disk that is almost full.
 // Root is not exempt, so the write fails for real.
@@ -42,6 +39,13 @@ private:
     rlimit m_previous{};
     void (*m_previousHandler)(int) = SIG_DFL;
 };
+
+QStringList entries(const QString &folder)
+{
+    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+}
+
+const QString saved = QStringLiteral("Saved. In Lightroom Classic: File ▸ Plug-in Manager ▸ Add.");
 
 } // namespace
 
@@ -88,12 +92,12 @@ TEST(XMPSidecarTest, WritingOverALightroomSidecarKeepsEverythingElse)
     const QString sidecar = XMPSidecar::pathFor(photo);
     ASSERT_TRUE(QFile::copy(TestFiles::corpus() + "/pairs/DSC_0042.xmp", sidecar));
     QFile::setPermissions(sidecar, QFile::ReadOwner | QFile::WriteOwner);
-    const QByteArray original = fileBytes(sidecar);
+    const QByteArray original = TestFiles::read(sidecar);
     ASSERT_EQ(XMPSidecar::read(sidecar), (Rating{3, Rating::Flag::none, Rating::Label::red}));
 
     const Rating pick{3, Rating::Flag::pick, Rating::Label::red};
     XMPSidecar::write(pick, photo);
-    const QByteArray written = fileBytes(sidecar);
+    const QByteArray written = TestFiles::read(sidecar);
     EXPECT_EQ(written.count("xmp:Rating"), 1);
     EXPECT_EQ(written.count("xmlns:kestrane="), 1);
     EXPECT_TRUE(written.contains("<rdf:Bag><rdf:li>Sorvi Pick</rdf:li>\n    <rdf:li>client-selects</rdf:li>"));
@@ -111,14 +115,14 @@ TEST(XMPSidecarTest, WritingOverALightroomSidecarKeepsEverythingElse)
     // Writing again keeps the one declaration and puts the properties before it; from
     // then on the text no longer changes.
     XMPSidecar::write(pick, photo);
-    const QByteArray again = fileBytes(sidecar);
+    const QByteArray again = TestFiles::read(sidecar);
     EXPECT_EQ(QByteArray(again).replace(" xmlns:kestrane=\"https://kestrane.app/ns/sorvi/1.0/\"", ""),
               QByteArray(written).replace(" xmlns:kestrane=\"https://kestrane.app/ns/sorvi/1.0/\"", ""));
     XMPSidecar::write(pick, photo);
-    EXPECT_EQ(fileBytes(sidecar), again) << "writing the same rating again changes nothing";
+    EXPECT_EQ(TestFiles::read(sidecar), again) << "writing the same rating again changes nothing";
 
     XMPSidecar::write(Rating{3, Rating::Flag::none, Rating::Label::red}, photo);
-    const QByteArray unflagged = fileBytes(sidecar);
+    const QByteArray unflagged = TestFiles::read(sidecar);
     EXPECT_FALSE(unflagged.contains("kestrane:Pick="));
     EXPECT_FALSE(unflagged.contains("Sorvi Pick"));
     EXPECT_TRUE(unflagged.contains("<rdf:Bag>\n    <rdf:li>client-selects</rdf:li>\n   </rdf:Bag>"));
@@ -187,36 +191,34 @@ TEST(XMPSidecarTest, UpdateCopesWithOtherToolsShapes)
 
 TEST(XMPSidecarTest, ParseFollowsTheOwnedProperties)
 {
-    const auto parsed = [](const QString &attributes) {
-        return XMPSidecar::parse("<rdf:Description rdf:about=\"\"" + attributes + "/>");
+    const std::pair<QString, std::optional<Rating>> cases[] = {
+        {" xmp:Rating=\"-1\" kestrane:Pick=\"1\"", rejected}, // a rejection wins over a pick
+        {" xmp:Rating=\"7\"", Rating{5}},
+        {" xmp:Rating=\" +3\t\"", Rating{3}},
+        {" xmp:Rating=\"three\" xmp:Label=\"Yellow\"", Rating{0, Rating::Flag::none, Rating::Label::yellow}},
+        {" xmp:Rating=\"99999999999999999999\"", Rating()}, // an unparseable number gives no stars
+        {" xmp:Label=\"red\"", Rating()}, // labels are case-sensitive, but the property still counts
+        {" kestrane:Pick=\"yes\" xmp:Rating=\"2\"", Rating{2}},
+        {" kestrane:Pick=\"1\"", Rating{0, Rating::Flag::pick, Rating::Label::none}},
+        {" xmp:Rating=\"4\" xmp:Rating=\"1\"", Rating{4}}, // only the first value counts
+        {" photoshop:Urgency=\"1\"", std::nullopt},
     };
-    EXPECT_EQ(parsed(" xmp:Rating=\"-1\" kestrane:Pick=\"1\""), rejected) << "a rejection wins over a pick";
-    EXPECT_EQ(parsed(" xmp:Rating=\"7\""), (Rating{5}));
-    EXPECT_EQ(parsed(" xmp:Rating=\" +3\t\""), (Rating{3}));
-    EXPECT_EQ(parsed(" xmp:Rating=\"three\" xmp:Label=\"Yellow\""), (Rating{0, Rating::Flag::none, Rating::Label::yellow}));
-    EXPECT_EQ(parsed(" xmp:Rating=\"99999999999999999999\""), Rating()) << "an unparseable number gives no stars";
-    EXPECT_EQ(parsed(" xmp:Label=\"red\""), Rating()) << "labels are case-sensitive, but the property still counts";
-    EXPECT_EQ(parsed(" kestrane:Pick=\"yes\" xmp:Rating=\"2\""), (Rating{2}));
-    EXPECT_EQ(parsed(" kestrane:Pick=\"1\""), (Rating{0, Rating::Flag::pick, Rating::Label::none}));
-    EXPECT_EQ(parsed(" xmp:Rating=\"4\" xmp:Rating=\"1\""), (Rating{4})) << "only the first value counts";
+    for (const auto &[attributes, rating] : cases)
+        EXPECT_EQ(XMPSidecar::parse("<rdf:Description rdf:about=\"\"" + attributes + "/>"), rating)
+            << attributes.toStdString();
     EXPECT_EQ(XMPSidecar::parse("<xmp:Rating>2</xmp:Rating><xmp:Label>Purple</xmp:Label>"),
               (Rating{2, Rating::Flag::none, Rating::Label::purple}));
-
-    EXPECT_FALSE(parsed(" photoshop:Urgency=\"1\""));
     EXPECT_FALSE(XMPSidecar::parse(""));
     EXPECT_FALSE(XMPSidecar::parse("<dc:subject><rdf:Bag><rdf:li>Sorvi Pick</rdf:li></rdf:Bag></dc:subject>"))
         << "keywords are never read back";
-}
 
-TEST(XMPSidecarTest, SidecarPathsReplaceTheLastExtension)
-{
-    EXPECT_EQ(XMPSidecar::pathFor("/card/DCIM/IMG_1.JPG"), "/card/DCIM/IMG_1.xmp");
+    // The sidecar's path replaces the last extension.
     EXPECT_EQ(XMPSidecar::pathFor("/card/DCIM/IMG_1.ARW"), "/card/DCIM/IMG_1.xmp");
     EXPECT_EQ(XMPSidecar::pathFor("/card/v1.2/IMG.final.CR3"), "/card/v1.2/IMG.final.xmp");
     EXPECT_EQ(XMPSidecar::pathFor("/card/v1.2/IMG"), "/card/v1.2/IMG.xmp");
 }
 
-TEST(XMPSidecarTest, WriteFailuresAreThrownAndKeepTheOldSidecar)
+TEST(XMPSidecarTest, WriteFailuresAreThrownAndKeepTheOldSidecarReadFailuresAreQuiet)
 {
     QTemporaryDir dir;
     TestFiles::write(dir.path() + "/afile", "not a folder");
@@ -239,14 +241,11 @@ TEST(XMPSidecarTest, WriteFailuresAreThrownAndKeepTheOldSidecar)
         const FileSizeLimit limit(4096);
         EXPECT_THROW(XMPSidecar::write(threeStarGreenPick, dir.path() + "/IMG_3.JPG"), FileError);
     }
-    EXPECT_EQ(fileBytes(dir.path() + "/IMG_3.xmp"), previous);
+    EXPECT_EQ(TestFiles::read(dir.path() + "/IMG_3.xmp"), previous);
     XMPSidecar::write(threeStarGreenPick, dir.path() + "/IMG_3.JPG");
     EXPECT_EQ(XMPSidecar::read(dir.path() + "/IMG_3.xmp"), threeStarGreenPick) << "the same write succeeds with room";
-}
 
-TEST(XMPSidecarTest, ReadingFailsQuietly)
-{
-    QTemporaryDir dir;
+    // Reading fails quietly…
     EXPECT_FALSE(XMPSidecar::read(dir.path() + "/missing.xmp"));
     EXPECT_FALSE(XMPSidecar::read(dir.path()));
     TestFiles::write(dir.path() + "/bad.xmp", "<x xmp:Rating=\"3\" \xff\xfe/>");
@@ -254,7 +253,7 @@ TEST(XMPSidecarTest, ReadingFailsQuietly)
 
     // …and an unreadable sidecar is replaced by a fresh one rather than patched.
     XMPSidecar::write(rejected, dir.path() + "/bad.NEF");
-    EXPECT_EQ(QString::fromUtf8(fileBytes(dir.path() + "/bad.xmp")), XMPSidecar::fresh(rejected));
+    EXPECT_EQ(QString::fromUtf8(TestFiles::read(dir.path() + "/bad.xmp")), XMPSidecar::fresh(rejected));
 }
 
 TEST(XMPSidecarTest, RatingsOfShotsTakeTheFirstFileWhoseSidecarSaysSomething)
@@ -285,4 +284,64 @@ TEST(XMPSidecarTest, RatingsOfShotsTakeTheFirstFileWhoseSidecarSaysSomething)
     const QHash<QString, Rating> expected = {
         {shots.at(0).id, rejected}, {shots.at(1).id, threeStarGreenPick}, {shots.at(2).id, Rating{4}}};
     EXPECT_EQ(ratings, expected);
+}
+
+TEST(LightroomPlugin, SavesTheWholeBundleAndReplacesWhatWasThere)
+{
+    const auto shipped = TestFiles::snapshot(LightroomPlugin::bundlePath());
+    for (const char *file : {"Info.lua", "ApplyFlags.lua", "FlagsList.lua"})
+        EXPECT_TRUE(shipped.contains(file)) << file;
+
+    QTemporaryDir folder;
+    const QString target = folder.filePath(LightroomPlugin::bundleName);
+    EXPECT_EQ(LightroomPlugin::save(target), saved);
+    EXPECT_EQ(TestFiles::snapshot(target), shipped);
+
+    // An earlier, changed copy is replaced whole: nothing of it survives.
+    TestFiles::write(target + QStringLiteral("/Info.lua"), "return {}");
+    TestFiles::write(target + QStringLiteral("/old/Stale.lua"), "-- from an earlier version");
+    EXPECT_EQ(LightroomPlugin::save(target), saved);
+    EXPECT_EQ(TestFiles::snapshot(target), shipped);
+
+    // A file the user chose to replace in the save panel becomes the bundle folder.
+    const QString overFile = folder.filePath(QStringLiteral("Chosen.lrplugin"));
+    TestFiles::write(overFile, "not a plug-in");
+    EXPECT_EQ(LightroomPlugin::save(overFile), saved);
+    EXPECT_EQ(TestFiles::snapshot(overFile), shipped);
+
+    // No work-in-progress or replaced copies are left beside them.
+    EXPECT_EQ(entries(folder.path()), (QStringList{QStringLiteral("Chosen.lrplugin"), LightroomPlugin::bundleName}));
+
+    // An impossible place is reported, and nothing is written.
+    const QString file = folder.filePath(QStringLiteral("photo.txt"));
+    TestFiles::write(file, "a regular file");
+    const QString message = LightroomPlugin::save(file + QLatin1Char('/') + LightroomPlugin::bundleName);
+    EXPECT_TRUE(message.startsWith(QStringLiteral("Couldn't save: "))) << message.toStdString();
+    EXPECT_GT(message.size(), QStringLiteral("Couldn't save: ").size());
+    EXPECT_EQ(TestFiles::read(file), QByteArray("a regular file"));
+    EXPECT_EQ(entries(folder.path()).size(), 3);
+}
+
+TEST(LightroomPlugin, InstallsIntoTheLightroomModulesFolder)
+{
+    QTemporaryDir data;
+    const QByteArray before = qgetenv("XDG_DATA_HOME");
+    qputenv("XDG_DATA_HOME", QFile::encodeName(data.path()));
+
+    const QString modules = data.path() + QStringLiteral("/Adobe/Lightroom/Modules");
+    EXPECT_EQ(LightroomPlugin::installFolder(), modules);
+    EXPECT_EQ(LightroomPlugin::install(), QStringLiteral("Installed. Restart Lightroom Classic to load it."));
+    EXPECT_EQ(TestFiles::snapshot(modules + QLatin1Char('/') + LightroomPlugin::bundleName),
+              TestFiles::snapshot(LightroomPlugin::bundlePath()));
+    EXPECT_EQ(entries(modules), QStringList{LightroomPlugin::bundleName});
+
+    // A folder for application data that can't be made is reported, not thrown.
+    TestFiles::write(data.path() + QStringLiteral("/Adobe/Lightroom/x"), "");
+    qputenv("XDG_DATA_HOME", QFile::encodeName(data.path() + QStringLiteral("/Adobe/Lightroom/x")));
+    EXPECT_TRUE(LightroomPlugin::install().startsWith(QStringLiteral("Couldn't install: ")));
+
+    if (before.isNull())
+        qunsetenv("XDG_DATA_HOME");
+    else
+        qputenv("XDG_DATA_HOME", before);
 }

@@ -1,0 +1,217 @@
+#include "SorviKit/checks/AssessmentStore.h"
+#include "SorviKit/checks/Assessor.h"
+#include "SorviKit/checks/Bursts.h"
+#include "SorviKit/checks/CheckRun.h"
+#include "SorviKit/library/DetailReader.h"
+#include "SorviKit/library/ShotScanner.h"
+#include "SorviKit/previews/PreviewLoader.h"
+#include "TestFiles.h"
+
+#include <QJsonDocument>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+namespace {
+
+// Fine random texture (like grain or foliage) over `area`, mid-grey elsewhere.
+QImage textured(QSize size, QRect area)
+{
+    QImage image(size, QImage::Format_RGB32);
+    image.fill(qRgb(128, 128, 128));
+    QRandomGenerator random(1);
+    for (int y = area.top(); y <= area.bottom(); ++y)
+        for (int x = area.left(); x <= area.right(); ++x) {
+            const int v = int(random.bounded(256));
+            image.setPixel(x, y, qRgb(v, v, v));
+        }
+    return image;
+}
+
+QImage checkerboard(int width, int height)
+{
+    QImage image(width, height, QImage::Format_RGB32);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x)
+            image.setPixel(x, y, (x + y) % 2 ? qRgb(255, 255, 255) : qRgb(0, 0, 0));
+    return image;
+}
+
+Assessment result(double sharpness, int eyesClosed = 0, std::optional<double> quality = {})
+{
+    return Assessment{sharpness, quality ? 1 : 0, eyesClosed, quality};
+}
+
+Shot frame(const QString &id, std::optional<double> seconds, std::optional<QString> camera = QString("Canon EOS R5"))
+{
+    Shot shot(id, {"/s/" + id + ".JPG"});
+    if (seconds)
+        shot.captureDate = QDateTime(QDate(2024, 5, 18), QTime(14, 0), Qt::UTC).addMSecs(qint64(*seconds * 1000));
+    shot.camera = camera;
+    return shot;
+}
+
+} // namespace
+
+TEST(Sharpness, FlatIsZeroOneSharpTileIsEnoughAndSmallPicturesKeepTheirSize)
+{
+    QImage grey(640, 480, QImage::Format_RGB32);
+    grey.fill(qRgb(90, 90, 90));
+    EXPECT_EQ(Assessor::sharpness(grey), 0.0);
+    EXPECT_EQ(Assessor::sharpness(QImage()), 0.0);
+
+    // A sharp subject in one corner tile counts as much as sharpness everywhere: the
+    // best tile decides, and each tile of the fully textured picture has the same texture.
+    const QSize size(800, 800);
+    const QImage everywhere = textured(size, QRect(QPoint(0, 0), size));
+    const double sharp = Assessor::sharpness(everywhere);
+    EXPECT_GT(sharp, 1000.0);
+    EXPECT_NEAR(Assessor::sharpness(textured(size, QRect(0, 0, 200, 200))) / sharp, 1.0, 0.1);
+    // The same texture blurred is much less sharp.
+    EXPECT_LT(Assessor::sharpness(everywhere.scaled(100, 100, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
+                                      .scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)),
+              sharp / 10);
+
+    // A checkerboard's Laplacian is ±1020 on every interior pixel, whatever the size, as
+    // long as the picture is not resampled: so a value of 1020² shows it kept its size.
+    EXPECT_NEAR(Assessor::sharpness(checkerboard(300, 200)), 1020.0 * 1020.0, 1.0);
+    // 2048 px is measured at 1024: the resampled board no longer alternates cleanly.
+    EXPECT_LT(Assessor::sharpness(checkerboard(2048, 1024)), 1020.0 * 1020.0 * 0.9);
+    // 5 × 5 is drawn into 8 × 8 first: still measurable, no longer a perfect board.
+    const double tiny = Assessor::sharpness(checkerboard(5, 5));
+    EXPECT_GT(tiny, 0.0);
+    EXPECT_LT(tiny, 1020.0 * 1020.0);
+}
+
+TEST(Assessor, BestOfBurstsAndSoftShots)
+{
+    const QHash<QString, Assessment> results{
+        {"a1", result(100)}, {"a2", result(300)}, {"a3", result(300)},       // sharpest, earliest on a tie
+        {"b1", result(900, 1, 0.9)}, {"b2", result(100, 0, 0.2)},          // open eyes beat closed
+        {"c1", result(500, 0, 0.62)}, {"c2", result(600, 0, 0.66)},        // 0.04 apart: sharpness decides
+        {"d1", result(900, 0, 0.60)}, {"d2", result(100, 0, 0.70)},        // 0.10 apart: quality decides
+        {"e1", result(100, 0, 0.7)}, {"e2", result(200)},                  // one without quality: sharpness
+        {"f1", result(999)},                                               // f2 not assessed yet
+    };
+    const QList<QStringList> bursts{{"a1", "a2", "a3"}, {"b1", "b2"}, {"c1", "c2"},
+                                    {"d1", "d2"},       {"e1", "e2"}, {"f1", "f2"}};
+    EXPECT_EQ(Assessor::bestOfBursts(bursts, results), (QSet<QString>{"a2", "b2", "c2", "d2", "e2"}));
+
+    // Soft is below a tenth of the median, and only from five shots.
+    QHash<QString, Assessment> soft{{"s10", result(10)}, {"s200", result(200)}, {"s210", result(210)},
+                                    {"s220", result(220)}, {"s230", result(230)}};
+    EXPECT_EQ(Assessor::soft(soft, 0.1), QSet<QString>{"s10"});
+    soft.remove("s230");
+    EXPECT_TRUE(Assessor::soft(soft, 0.1).isEmpty());
+    // With an even count the upper middle value is the reference: 20 < 0.1 × 210 = 21.
+    soft.insert("s230", result(230));
+    soft.insert("s20", result(20));
+    EXPECT_EQ(Assessor::soft(soft, 0.1), (QSet<QString>{"s10", "s20"}));
+}
+
+TEST(Bursts, FramesJoinWithinTheGapOfTheirPreviousFrameFromOneCameraWithDates)
+{
+    // Out of time order on input; a long series of short gaps is one burst.
+    EXPECT_EQ(Bursts::group({frame("c", 0.8), frame("a", 0.0), frame("b", 0.4), frame("d", 2.3), frame("e", 3.3),
+                             frame("f", 4.3), frame("g", 5.2)},
+                            1.0),
+              (QList<QStringList>{{"a", "b", "c"}, {"d", "e", "f", "g"}}));
+    // A lone frame 1.5 s later is no burst; exactly the gap still joins.
+    EXPECT_EQ(Bursts::group({frame("a", 0), frame("b", 0.4), frame("c", 1.9)}, 1.0), (QList<QStringList>{{"a", "b"}}));
+    EXPECT_EQ(Bursts::group({frame("a", 0), frame("b", 1.0)}, 1.0), (QList<QStringList>{{"a", "b"}}));
+    // Equal times keep their input order.
+    EXPECT_EQ(Bursts::group({frame("y", 1.0), frame("x", 1.0)}, 1.0), (QList<QStringList>{{"y", "x"}}));
+
+    const QString nikon("NIKON D70");
+    EXPECT_TRUE(Bursts::group({frame("canon1", 12.3), frame("nikon1", 12.7, nikon), frame("canon2", 13.0),
+                               frame("nikon2", 13.1, nikon)},
+                              1.0)
+                    .isEmpty())
+        << "runs of one camera are broken by the other";
+    EXPECT_EQ(Bursts::group({frame("a", 0, std::nullopt), frame("b", 0.5, std::nullopt)}, 1.0),
+              (QList<QStringList>{{"a", "b"}}));
+    EXPECT_TRUE(Bursts::group({frame("a", 0, std::nullopt), frame("b", 0.5)}, 1.0).isEmpty());
+    EXPECT_TRUE(Bursts::group({frame("a", std::nullopt), frame("b", std::nullopt)}, 1.0).isEmpty());
+}
+
+// Results surviving a reopen are pinned by the corpus check run below and the model's tests.
+TEST(AssessmentStore, WritesFaceQualityOnlyWhenPresentAndOneFilePerFolder)
+{
+    QTemporaryDir catalogs, folder, other;
+    AssessmentStore store(folder.path(), catalogs.path());
+    store.set(Assessment{812.25, 2, 1, 0.625}, "DCIM/IMG_0001");
+    store.set(Assessment{0.1, 0, 0, std::nullopt}, "DCIM/IMG_0002");
+    store.save();
+    EXPECT_TRUE(store.file().endsWith(".checks.json"));
+    const QJsonObject root = QJsonDocument::fromJson(TestFiles::read(store.file())).object();
+    EXPECT_EQ(root["version"].toInt(), 2);
+    const QJsonObject results = root["results"].toObject();
+    EXPECT_EQ(results["DCIM/IMG_0001"].toObject().keys(), (QStringList{"eyesClosed", "faceQuality", "faces", "sharpness"}));
+    EXPECT_FALSE(results["DCIM/IMG_0002"].toObject().contains("faceQuality"));
+    EXPECT_EQ(AssessmentStore(folder.path(), catalogs.path()).result("DCIM/IMG_0002"),
+              (Assessment{0.1, 0, 0, std::nullopt}));
+    AssessmentStore otherStore(other.path(), catalogs.path());
+    EXPECT_NE(otherStore.file(), store.file());
+    EXPECT_TRUE(otherStore.results().isEmpty());
+}
+
+TEST(AssessmentStore, OtherVersionsAndMalformedFilesStartEmptyAndAreReplaced)
+{
+    QTemporaryDir catalogs, folder;
+    const QString file = AssessmentStore(folder.path(), catalogs.path()).file();
+    const QByteArray entry = R"({"a":{"sharpness":5,"faces":0,"eyesClosed":0}})";
+    for (const QByteArray &content :
+         {"{\"version\":1,\"results\":" + entry + "}", "{\"version\":3,\"results\":" + entry + "}",
+          QByteArray("{\"version\":2,\"results\":{\"a\":{\"sharpness\":5}}}"), QByteArray("not json"),
+          QByteArray("{\"version\":2,\"results\":{\"a\":{\"sharpness\":\"5\",\"faces\":0,\"eyesClosed\":0}}}")}) {
+        TestFiles::write(file, content);
+        AssessmentStore store(folder.path(), catalogs.path());
+        EXPECT_TRUE(store.results().isEmpty()) << content.constData();
+        store.set(Assessment{7, 1, 0, 0.5}, "b");
+        store.save();
+        EXPECT_EQ(QJsonDocument::fromJson(TestFiles::read(file)).object()["version"].toInt(), 2);
+        EXPECT_EQ(AssessmentStore(folder.path(), catalogs.path()).results().keys(), QStringList{"b"});
+    }
+    TestFiles::write(file, "{\"version\":2,\"results\":" + entry + "}");
+    EXPECT_EQ(AssessmentStore(folder.path(), catalogs.path()).result("a")->sharpness, 5.0);
+}
+
+// The checks over the corpus shoot: soft frames, each burst's best frame, and results that
+// survive a restart. The bursts themselves are the corpus details tests' subject.
+TEST(CheckRunCorpus, BlurredFramesAreSoftAndEachBurstsBestIsSharpWithOpenEyes)
+{
+    SKIP_WITHOUT_CORPUS();
+    const QString folder = TestFiles::corpus() + "/shoot";
+    const QJsonObject truth = QJsonDocument::fromJson(TestFiles::read(folder + "/truth.json")).object();
+    QSet<QString> blurred;
+    for (const QJsonValue &file : truth["files"].toArray())
+        if (file["blurred"].toBool())
+            blurred.insert(file["file"].toString().section('.', 0, 0));
+    ASSERT_EQ(blurred.size(), 6);
+
+    const QList<Shot> shots = DetailReader::readAll(ShotScanner::list(folder));
+    QTemporaryDir catalogs;
+    PreviewLoader loader;
+    CheckRun::Outcome outcome;
+    {
+        AssessmentStore store(folder, catalogs.path());
+        outcome = CheckRun::checkPending(shots, store, loader);
+    }
+    EXPECT_EQ(outcome.checked, shots.size());
+    EXPECT_TRUE(outcome.unreadable.isEmpty()) << outcome.unreadable.join(", ").toStdString();
+
+    // A restart finds every result stored and computes nothing.
+    AssessmentStore reopened(folder, catalogs.path());
+    const QHash<QString, Assessment> results = reopened.results();
+    EXPECT_EQ(results.size(), shots.size());
+    EXPECT_EQ(CheckRun::checkPending(shots, reopened, loader).checked, 0);
+
+    EXPECT_EQ(Assessor::soft(results, 0.1), blurred);
+    const QList<QStringList> bursts = TestFiles::truthBursts(truth);
+    const QSet<QString> best = Assessor::bestOfBursts(bursts, results);
+    EXPECT_EQ(best.size(), bursts.size());
+    for (const QString &id : best) {
+        EXPECT_FALSE(blurred.contains(id)) << id.toStdString();
+        EXPECT_EQ(results[id].eyesClosed, 0) << id.toStdString();
+    }
+}
