@@ -6,12 +6,6 @@
 
 namespace {
 
-struct Marks {
-    QList<QStringList> bursts;
-    QSet<QString> soft;
-    QSet<QString> best;
-};
-
 QByteArray number(double value)
 {
     return QByteArray::number(value, 'g', 10);
@@ -35,32 +29,32 @@ QStringList inShotOrder(const QList<Shot> &shots, const QSet<QString> &marked)
     return ids;
 }
 
-void printJson(const QList<Shot> &shots, const QHash<QString, Assessment> &results, const Marks &marks)
+void printJson(const QList<Shot> &shots, const CheckMarks &marks, const QList<QStringList> &bursts)
 {
     QByteArray json = "{\"shots\":{";
     bool first = true;
     for (const Shot &shot : shots) {
-        const auto it = results.constFind(shot.id);
-        if (it == results.constEnd())
+        const auto it = marks.results.constFind(shot.id);
+        if (it == marks.results.constEnd())
             continue;
         json += (first ? "\n" : ",\n") + JsonText::quoted(shot.id) + ":{\"sharpness\":" + number(it->sharpness)
             + ",\"faces\":" + QByteArray::number(it->faces) + ",\"eyesClosed\":" + QByteArray::number(it->eyesClosed)
             + ",\"faceQuality\":" + (it->faceQuality ? number(*it->faceQuality) : QByteArray("null")) + "}";
         first = false;
     }
-    QByteArray bursts;
-    for (const QStringList &burst : marks.bursts)
-        bursts += (bursts.isEmpty() ? "" : ",") + idList(burst);
-    json += "},\n\"soft\":" + idList(inShotOrder(shots, marks.soft)) + ",\n\"bursts\":[" + bursts
-        + "],\n\"bestOfBurst\":" + idList(inShotOrder(shots, marks.best)) + "}\n";
+    QByteArray burstsJson;
+    for (const QStringList &burst : bursts)
+        burstsJson += (burstsJson.isEmpty() ? "" : ",") + idList(burst);
+    json += "},\n\"soft\":" + idList(inShotOrder(shots, marks.soft)) + ",\n\"bursts\":[" + burstsJson
+        + "],\n\"bestOfBurst\":" + idList(inShotOrder(shots, marks.bestOfBurst)) + "}\n";
     Terminal::printOut(QString::fromUtf8(json));
 }
 
-void printText(const QList<Shot> &shots, const QHash<QString, Assessment> &results, const Marks &marks)
+void printText(const QList<Shot> &shots, const CheckMarks &marks, const QList<QStringList> &bursts)
 {
     for (const Shot &shot : shots) {
-        const auto it = results.constFind(shot.id);
-        if (it == results.constEnd()) {
+        const auto it = marks.results.constFind(shot.id);
+        if (it == marks.results.constEnd()) {
             Terminal::printOut(shot.id + QStringLiteral("\n    not checked: its picture could not be read\n"));
             continue;
         }
@@ -71,18 +65,18 @@ void printText(const QList<Shot> &shots, const QHash<QString, Assessment> &resul
                                   : QStringLiteral("no face quality"));
         if (marks.soft.contains(shot.id))
             facts << QStringLiteral("soft");
-        if (marks.best.contains(shot.id))
+        if (marks.bestOfBurst.contains(shot.id))
             facts << QStringLiteral("best of its burst");
         Terminal::printOut(shot.id + QStringLiteral("\n    ") + facts.join(QStringLiteral(" · ")) + QLatin1Char('\n'));
     }
     const QStringList soft = inShotOrder(shots, marks.soft);
     Terminal::printOut(QStringLiteral("Soft: %1\n").arg(soft.isEmpty() ? QStringLiteral("none") : soft.join(", ")));
-    for (qsizetype i = 0; i < marks.bursts.size(); ++i) {
-        const QStringList best = inShotOrder(shots, QSet<QString>(marks.best).intersect(
-                                                        QSet<QString>(marks.bursts[i].begin(), marks.bursts[i].end())));
+    for (qsizetype i = 0; i < bursts.size(); ++i) {
+        const QStringList best = inShotOrder(shots, QSet<QString>(marks.bestOfBurst).intersect(
+                                                        QSet<QString>(bursts[i].begin(), bursts[i].end())));
         Terminal::printOut(QStringLiteral("Burst %1: %2 · best: %3\n")
                                .arg(i + 1)
-                               .arg(marks.bursts[i].join(", "), best.isEmpty() ? QStringLiteral("not decided") : best.first()));
+                               .arg(bursts[i].join(", "), best.isEmpty() ? QStringLiteral("not decided") : best.first()));
     }
 }
 
@@ -99,25 +93,20 @@ int Commands::check(const QStringList &args)
     FolderSession session(*folder);
     Terminal::ProgressLine progress;
     const QList<Shot> shots = FolderShots::withDetails(session, progress);
-    int checkedNow = 0;
-    QStringList unreadable;
-    const CheckMarks checked = session.check(
-        [&](int done, int total) {
-            progress.show(QStringLiteral("Checking sharpness and eyes %1 of %2").arg(done).arg(total));
-        },
-        &checkedNow, &unreadable);
+    const FolderSession::Checked checked = session.check([&](int done, int total) {
+        progress.show(QStringLiteral("Checking sharpness and eyes %1 of %2").arg(done).arg(total));
+    });
     progress.clear();
 
-    const QHash<QString, Assessment> &results = checked.results;
-    const Marks marks{session.bursts(), checked.soft, checked.bestOfBurst};
     if (line.has(QStringLiteral("--json")))
-        printJson(shots, results, marks);
+        printJson(shots, checked.marks, session.bursts());
     else
-        printText(shots, results, marks);
+        printText(shots, checked.marks, session.bursts());
     Terminal::printErr(QStringLiteral("%1 checked now, %2 stored from before%3\n")
-                           .arg(Wording::counted(checkedNow, QStringLiteral("photo")))
-                           .arg(results.size() - checkedNow)
-                           .arg(unreadable.isEmpty() ? QString()
-                                                     : QStringLiteral(", %1 could not be read").arg(unreadable.size())));
+                           .arg(Wording::counted(checked.checkedNow, QStringLiteral("photo")))
+                           .arg(checked.marks.results.size() - checked.checkedNow)
+                           .arg(checked.unreadable.isEmpty()
+                                    ? QString()
+                                    : QStringLiteral(", %1 could not be read").arg(checked.unreadable.size())));
     return FolderShots::finish(session, 0);
 }

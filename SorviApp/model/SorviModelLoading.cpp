@@ -137,7 +137,7 @@ void SorviModel::runSession(FolderSession &session, quint64 generation)
     });
     const CheckMarks marks = session.check([this, generation, before](int done, int) {
         postIfCurrent(generation, [this, count = before + done] { setChecked(count); });
-    });
+    }).marks;
     postIfCurrent(generation, [this, marks, total] {
         publishChecks(marks);
         setChecked(total);

@@ -74,7 +74,7 @@ int FolderSession::pendingChecks() const
     return m_checks ? int(CheckRun::pending(m_shots, *m_checks).size()) : int(m_shots.size());
 }
 
-CheckMarks FolderSession::check(const Progress &progress, int *checkedNow, QStringList *unreadable)
+FolderSession::Checked FolderSession::check(const Progress &progress)
 {
     if (!m_checks)
         openChecks();
@@ -85,11 +85,7 @@ CheckMarks FolderSession::check(const Progress &progress, int *checkedNow, QStri
         previews = m_ownPreviews.get();
     }
     const CheckRun::Outcome outcome = CheckRun::checkPending(m_shots, *m_checks, *previews, progress, m_stop.get_token());
-    if (checkedNow)
-        *checkedNow = outcome.checked;
-    if (unreadable)
-        *unreadable = outcome.unreadable;
-    return marks(m_checks->results(), m_bursts, m_options.softFraction);
+    return {marks(m_checks->results(), m_bursts, m_options.softFraction), outcome.checked, outcome.unreadable};
 }
 
 QStringList FolderSession::flush()

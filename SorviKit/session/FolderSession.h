@@ -99,9 +99,14 @@ public:
     CheckMarks openChecks();
     /// How many shots have no stored check result (after openChecks).
     int pendingChecks() const;
-    /// Stage 4b: checks every shot without a stored result; the marks of all results.
-    /// `checkedNow` and `unreadable` tell what this run did.
-    CheckMarks check(const Progress &progress = {}, int *checkedNow = nullptr, QStringList *unreadable = nullptr);
+    /// What a check run did, and the marks of every result stored after it.
+    struct Checked {
+        CheckMarks marks;
+        int checkedNow = 0;     ///< shots checked by this run
+        QStringList unreadable; ///< ids whose picture could not be read; tried again next time
+    };
+    /// Stage 4b: checks every shot without a stored result.
+    Checked check(const Progress &progress = {});
 
     /// The catalog, once openCatalog() has run (null before). Thread-safe.
     std::shared_ptr<Catalog> catalog() const { return m_catalog; }

@@ -2,8 +2,6 @@
 #include "AITestSupport.h"
 #include "SorviKit/previews/PreviewLoader.h"
 
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -14,23 +12,18 @@ namespace {
 
 // A folder of `count` real JPEG files, 1200 × 800, as shots "photo_001" …; the shots whose
 // 1-based positions are in `broken` hold bytes no decoder accepts.
-class Shoot {
-public:
+struct Shoot {
     explicit Shoot(int count, const QSet<int> &broken = {})
     {
         for (int i = 1; i <= count; ++i) {
             const QString id = QStringLiteral("photo_%1").arg(i, 3, 10, QLatin1Char('0'));
-            const QString path = m_folder.filePath(id + ".jpg");
-            QFile file(path);
-            if (file.open(QIODevice::WriteOnly))
-                file.write(broken.contains(i) ? QByteArray("\xFF\xD8\xFF not a picture") : jpeg(1200, 800, i));
-            shots.append(Shot(id, {path}));
+            TestFiles::write(folder.filePath(id + ".jpg"),
+                             broken.contains(i) ? QByteArray("\xFF\xD8\xFF not a picture") : jpeg(1200, 800, i));
+            shots.append(Shot(id, {folder.filePath(id + ".jpg")}));
         }
     }
+    QTemporaryDir folder;
     QList<Shot> shots;
-
-private:
-    QTemporaryDir m_folder;
 };
 
 // Answers every request by picking the first N of the photos it was sent, where N is what
@@ -40,7 +33,7 @@ LocalHttpServer::Handler picksTheFirst(bool overAnswer = false)
     return [overAnswer](const HttpRequest &request) {
         const SentPhotos sent = sentPhotos(request.body);
         const qsizetype n = overAnswer ? sent.labels.size() : std::min<qsizetype>(sent.askedFor, sent.labels.size());
-        return HttpReply{200, anthropicReply({picksJson(sent.labels.mid(0, n))})};
+        return HttpReply{200, anthropicReply(picksJson(sent.labels.mid(0, n)))};
     };
 }
 
@@ -48,6 +41,7 @@ struct CullRun {
     QList<AIResult> results;
     QStringList progress;
     QList<SentPhotos> requests;
+    std::optional<AIError> error;
 };
 
 CullRun cull(const QList<Shot> &shots, int count, const LocalHttpServer::Handler &handler, PreviewLoader *loader = nullptr)
@@ -57,8 +51,12 @@ CullRun cull(const QList<Shot> &shots, int count, const LocalHttpServer::Handler
     client.endpointOverride = server.url();
     PreviewLoader ownLoader(200'000'000);
     CullRun run;
-    run.results = AICuller(client).run(shots, "Best ones.", count, loader ? *loader : ownLoader,
-                                       [&run](const QString &status) { run.progress << status; });
+    try {
+        run.results = AICuller(client).run(shots, "Best ones.", count, loader ? *loader : ownLoader,
+                                           [&run](const QString &status) { run.progress << status; });
+    } catch (const AIError &error) {
+        run.error = error;
+    }
     for (const HttpRequest &request : server.requests())
         run.requests << sentPhotos(request.body);
     return run;
@@ -84,12 +82,10 @@ TEST(AICuller, SendsNinetyFiveInThreeBatchesThenAFinalPass)
     EXPECT_EQ(run.requests[0].labels, labels(1, 40));
     EXPECT_EQ(run.requests[1].labels, labels(41, 80));
     EXPECT_EQ(run.requests[2].labels, labels(81, 95));
-    for (int b = 0; b < 3; ++b)
-        EXPECT_EQ(run.requests[b].askedFor, 20) << "batch " << b;
+    for (const SentPhotos &sent : run.requests)
+        EXPECT_EQ(sent.askedFor, 20);
     // The shortlist (20 + 20 + 15 picks) goes back in the order the photos were first sent.
-    const QStringList shortlist = labels(1, 20) + labels(41, 60) + labels(81, 95);
-    EXPECT_EQ(run.requests[3].labels, shortlist);
-    EXPECT_EQ(run.requests[3].askedFor, 20);
+    EXPECT_EQ(run.requests[3].labels, labels(1, 20) + labels(41, 60) + labels(81, 95));
     EXPECT_EQ(run.requests[3].requestText, "Request: Best ones.\nChoose up to 20 photos. Use only the ids shown.");
     EXPECT_EQ(run.progress, (QStringList{QStringLiteral("Looking at photos 1\u201340 of 95\u2026"),
                                          QStringLiteral("Looking at photos 41\u201380 of 95\u2026"),
@@ -107,51 +103,29 @@ TEST(AICuller, SendsNinetyFiveInThreeBatchesThenAFinalPass)
         EXPECT_TRUE(loader.cached(shot, 768)) << shot.id.toStdString();
 }
 
-TEST(AICuller, AsksEachOfTwoBatchesForThreeMoreThanTheCountEvenZero)
+// Split into batches, each is asked for the count, or for three more than its share of
+// twice the count when that is more, but never for more photos than it holds.
+TEST(AICuller, AsksEachBatchForItsShareWithRoomToSpare)
 {
-    const Shoot shoot(60);
-    const CullRun run = cull(shoot.shots, 10, picksTheFirst());
-    ASSERT_EQ(run.requests.size(), 3);
-    EXPECT_EQ(run.requests[0].labels.size(), 40);
-    EXPECT_EQ(run.requests[1].labels.size(), 20);
-    EXPECT_EQ(run.requests[0].askedFor, 13);
-    EXPECT_EQ(run.requests[1].askedFor, 13);
-    EXPECT_EQ(run.requests[2].labels, labels(1, 13) + labels(41, 53));
-    EXPECT_EQ(run.progress.last(), QStringLiteral("Choosing the final 10 from 26\u2026"));
-    EXPECT_EQ(run.results.size(), 10);
-
-    // Three picks per batch make a shortlist longer than a count of 0.
-    const CullRun zero = cull(shoot.shots.mid(0, 45), 0, picksTheFirst());
-    ASSERT_EQ(zero.requests.size(), 3);
-    EXPECT_EQ(zero.requests[1].askedFor, 3);
-    EXPECT_EQ(zero.requests[2].labels, (QStringList{"P1", "P2", "P3", "P41", "P42", "P43"}));
-    EXPECT_TRUE(zero.results.isEmpty());
+    const std::tuple<int, int, int, int> cases[] = {
+        {20, 3, 40, 20}, {10, 2, 40, 13}, {10, 2, 11, 11}, {0, 2, 40, 3}, {0, 2, 2, 2}, {5, 1, 12, 5}, {0, 1, 12, 0},
+    };
+    for (const auto &[count, batches, photos, asked] : cases)
+        EXPECT_EQ(AICuller::askedPerBatch(count, batches, photos), asked) << count << " in " << batches << " batches";
 }
 
-TEST(AICuller, SendsASmallShootOnceAndCutsAnOverlongAnswer)
+// One batch; a shot without a preview is left out but keeps its number, and an answer
+// longer than the count is cut.
+TEST(AICuller, SendsASmallShootOnceLeavingOutShotsWithoutAPreview)
 {
-    const Shoot shoot(12);
-    const CullRun run = cull(shoot.shots, 5, picksTheFirst(true));
+    const Shoot shoot(8, {2});
+    const CullRun run = cull(shoot.shots, 3, picksTheFirst(true));
     ASSERT_EQ(run.requests.size(), 1);
-    EXPECT_EQ(run.requests[0].askedFor, 5);
-    EXPECT_EQ(run.progress, (QStringList{QStringLiteral("Looking at 12 photos\u2026")}));
-    ASSERT_EQ(run.results.size(), 5) << "the AI answered with all 12";
-    EXPECT_EQ(run.results[4].shotID, "photo_005");
-
-    // A count of zero is still asked for, and answers nothing.
-    const CullRun zero = cull(shoot.shots, 0, picksTheFirst(true));
-    ASSERT_EQ(zero.requests.size(), 1);
-    EXPECT_EQ(zero.requests[0].askedFor, 0);
-    EXPECT_TRUE(zero.results.isEmpty());
-}
-
-TEST(AICuller, LeavesOutShotsWithoutAPreviewButKeepsTheirNumbers)
-{
-    const Shoot shoot(3, {2});
-    const CullRun run = cull(shoot.shots, 3, picksTheFirst());
-    ASSERT_EQ(run.requests.size(), 1);
-    EXPECT_EQ(run.requests[0].labels, (QStringList{"P1", "P3"}));
-    EXPECT_EQ(run.results, (QList<AIResult>{{"photo_001", "Chosen: P1"}, {"photo_003", "Chosen: P3"}}));
+    EXPECT_EQ(run.requests[0].labels, (QStringList{"P1", "P3", "P4", "P5", "P6", "P7", "P8"}));
+    EXPECT_EQ(run.requests[0].askedFor, 3);
+    EXPECT_EQ(run.progress, (QStringList{QStringLiteral("Looking at 7 photos\u2026")}));
+    EXPECT_EQ(run.results, (QList<AIResult>{{"photo_001", "Chosen: P1"}, {"photo_003", "Chosen: P3"},
+                                            {"photo_004", "Chosen: P4"}}));
 
     // Nothing decodes: no request at all, no progress, an empty result.
     const Shoot hopeless(2, {1, 2});
@@ -161,34 +135,15 @@ TEST(AICuller, LeavesOutShotsWithoutAPreviewButKeepsTheirNumbers)
     EXPECT_TRUE(none.results.isEmpty());
 }
 
-TEST(AICuller, EndsAtTheFirstErrorAndDropsUnknownIds)
+TEST(AICuller, EndsAtTheFirstError)
 {
     const Shoot shoot(50);
-    int answered = 0;
-    const LocalHttpServer::Handler failsSecond = [&answered](const HttpRequest &request) {
-        if (answered++ == 1)
-            return HttpReply{429, "{\"error\":\"rate_limit_error\"}"};
-        return picksTheFirst()(request);
-    };
-    LocalHttpServer server(failsSecond);
-    AIClient client(AIProvider::anthropic, "claude-sonnet-5-5", "sk-test");
-    client.endpointOverride = server.url();
-    PreviewLoader loader(200'000'000);
-    try {
-        AICuller(client).run(shoot.shots, "x", 5, loader, {});
-        ADD_FAILURE() << "the 429 was not passed on";
-    } catch (const AIError &error) {
-        EXPECT_EQ(error.status(), 429);
-    }
-    EXPECT_EQ(server.requests().size(), 2) << "no batch is sent after a failure";
-
-    // The final pass answers with an id it was not sent: it survives the cut but has no
-    // shot, so the result is shorter than the count.
     int calls = 0;
-    const CullRun run = cull(shoot.shots, 2, [&calls](const HttpRequest &request) {
-        if (++calls < 3)
-            return picksTheFirst()(request);
-        return HttpReply{200, anthropicReply({picksJson({"P2"})})};
+    const CullRun run = cull(shoot.shots, 5, [&calls](const HttpRequest &request) {
+        return ++calls == 2 ? HttpReply{429, "{\"error\":\"rate_limit_error\"}"} : picksTheFirst()(request);
     });
-    EXPECT_EQ(run.results, (QList<AIResult>{{"photo_002", "Chosen: P2"}}));
+    ASSERT_TRUE(run.error);
+    EXPECT_EQ(run.error->status(), 429);
+    EXPECT_EQ(run.requests.size(), 2) << "no final pass after a failure";
+    EXPECT_TRUE(run.results.isEmpty());
 }

@@ -2,7 +2,6 @@
 #include "SorviKit/ai/AISettings.h"
 #include "KeyringTest.h"
 
-#include <QDir>
 #include <QEventLoop>
 #include <QSettings>
 
@@ -10,30 +9,22 @@
 
 using AIKeyStoreTest = KeyringTest;
 
+// Setting, testing and removing a key through `sorvi key` is the command's test.
 TEST_F(AIKeyStoreTest, KeepsOneKeyPerServiceAndReplacesIt)
 {
     const AIProvider anthropic = AIProvider::anthropic;
     const AIProvider openai = AIProvider::openai;
     EXPECT_EQ(AIKeyStore::service(openai), "app.kestrane.sorvi.ai.openai");
-    EXPECT_EQ(AIKeyStore::key(anthropic), std::nullopt);
-
     EXPECT_EQ(AIKeyStore::setKey(QStringLiteral("sk-ant-first"), anthropic), std::nullopt);
     EXPECT_EQ(AIKeyStore::setKey(QStringLiteral("sk-proj-\u00e9t\u00e9"), openai), std::nullopt);
-    EXPECT_EQ(AIKeyStore::key(anthropic), "sk-ant-first");
-    EXPECT_EQ(AIKeyStore::key(openai), QStringLiteral("sk-proj-\u00e9t\u00e9"));
-    EXPECT_EQ(AIKeyStore::key(AIProvider::xai), std::nullopt);
-
     EXPECT_EQ(AIKeyStore::setKey(QStringLiteral("sk-ant-second"), anthropic), std::nullopt);
     EXPECT_EQ(AIKeyStore::key(anthropic), "sk-ant-second");
     EXPECT_EQ(AIKeyStore::key(openai), QStringLiteral("sk-proj-\u00e9t\u00e9")) << "another service's key changed";
-    // The keyring keeps its own (encrypted) file under the data folder.
-    EXPECT_FALSE(QDir(qEnvironmentVariable("XDG_DATA_HOME") + "/keyrings").entryList(QDir::Files).isEmpty());
+    EXPECT_EQ(AIKeyStore::key(AIProvider::xai), std::nullopt);
 
     EXPECT_EQ(AIKeyStore::setKey(QString(), anthropic), std::nullopt);
     EXPECT_EQ(AIKeyStore::key(anthropic), std::nullopt) << "an empty key removes the stored one";
-    EXPECT_EQ(AIKeyStore::setKey(std::nullopt, openai), std::nullopt);
-    EXPECT_EQ(AIKeyStore::key(openai), std::nullopt);
-    EXPECT_EQ(AIKeyStore::setKey(std::nullopt, openai), std::nullopt) << "removing no key is no failure";
+    EXPECT_EQ(AIKeyStore::setKey(std::nullopt, anthropic), std::nullopt) << "removing no key is no failure";
 }
 
 TEST_F(AIKeyStoreTest, ReadsBytesThatAreNotTextAsNoKey)
@@ -53,10 +44,8 @@ TEST_F(AIKeyStoreTest, ReadsBytesThatAreNotTextAsNoKey)
 TEST_F(AIKeyStoreTest, SettingsKeepAChoicePerServiceAndNeverTheKey)
 {
     EXPECT_EQ(AISettings::provider(), AIProvider(AIProvider::anthropic));
-    for (const char *stored : {"OpenAI", "gemini", ""}) {
-        QSettings().setValue("AIProvider", stored);
-        EXPECT_EQ(AISettings::provider(), AIProvider(AIProvider::anthropic)) << stored;
-    }
+    QSettings().setValue("AIProvider", "OpenAI"); // not a service's id
+    EXPECT_EQ(AISettings::provider(), AIProvider(AIProvider::anthropic));
     EXPECT_FALSE(AISettings::setProvider(AIProvider::xai).failed());
     EXPECT_EQ(QSettings().value("AIProvider").toString(), "xai");
     EXPECT_EQ(AISettings::provider(), AIProvider(AIProvider::xai));
@@ -65,7 +54,6 @@ TEST_F(AIKeyStoreTest, SettingsKeepAChoicePerServiceAndNeverTheKey)
     EXPECT_EQ(AISettings::model(AIProvider::xai), "grok-4");
     EXPECT_FALSE(AISettings::setModel(QStringLiteral("grok-4-fast"), AIProvider::xai).failed());
     EXPECT_EQ(AISettings::model(AIProvider::xai), "grok-4-fast");
-    EXPECT_EQ(AISettings::model(AIProvider::openai), "gpt-5");
     EXPECT_EQ(QSettings().value("AIModel.xai").toString(), "grok-4-fast");
 
     EXPECT_FALSE(AISettings::consented(AIProvider::openai));
@@ -83,15 +71,11 @@ TEST_F(AIKeyStoreTest, SettingsKeepAChoicePerServiceAndNeverTheKey)
     EXPECT_EQ(client->provider, AIProvider(AIProvider::xai));
     EXPECT_EQ(client->model, "grok-4-fast");
     EXPECT_EQ(client->key, QString::fromLatin1(secret));
-    EXPECT_FALSE(client->endpointOverride);
     // The settings are on the disk now, and no file of the user's holds the key, not even encoded.
     EXPECT_EQ(filesContaining(secret), QStringList());
     EXPECT_EQ(filesContaining(secret.toBase64()), QStringList());
 
     EXPECT_FALSE(AISettings::setProvider(AIProvider::openai).failed());
     EXPECT_FALSE(AISettings::client()) << "no OpenAI key is stored";
-    EXPECT_EQ(AIKeyStore::setKey(QString(), AIProvider::xai), std::nullopt);
-    EXPECT_FALSE(AISettings::setProvider(AIProvider::xai).failed());
-    EXPECT_FALSE(AISettings::client());
     EXPECT_TRUE(AISettings::consented(AIProvider::openai)) << "consent is not tied to a key";
 }

@@ -1,12 +1,9 @@
 #pragma once
 
 #include "SorviKit/ai/AIKeyStore.h"
+#include "TestFiles.h"
 
-#include <QByteArray>
-#include <QDirIterator>
-#include <QFile>
 #include <QSettings>
-#include <QStringList>
 
 #include <gtest/gtest.h>
 
@@ -25,24 +22,15 @@ protected:
         QSettings().sync();
     }
 
-    /// The user folders a key must never be written to in plain text.
-    static QStringList userFolders()
-    {
-        return {qEnvironmentVariable("HOME"), qEnvironmentVariable("XDG_CONFIG_HOME"),
-                qEnvironmentVariable("XDG_DATA_HOME")};
-    }
-
-    /// Every file below the user folders whose bytes contain `secret`.
+    /// Every file below the user's folders whose bytes contain `secret`.
     static QStringList filesContaining(const QByteArray &secret)
     {
         QStringList found;
-        for (const QString &folder : userFolders()) {
-            QDirIterator files(folder, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
-            while (files.hasNext()) {
-                QFile file(files.next());
-                if (file.open(QIODevice::ReadOnly) && file.readAll().contains(secret))
-                    found << file.fileName();
-            }
+        for (const char *variable : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"}) {
+            const QString folder = qEnvironmentVariable(variable);
+            for (const QString &file : TestFiles::tree(folder))
+                if (TestFiles::read(folder + QLatin1Char('/') + file).contains(secret))
+                    found << folder + QLatin1Char('/') + file;
         }
         return found;
     }

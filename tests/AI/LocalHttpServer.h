@@ -4,16 +4,19 @@
 #include <QList>
 #include <QMap>
 #include <QMutex>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QThread>
 #include <QUrl>
 
 #include <functional>
 #include <future>
+#include <memory>
+#include <optional>
 
 /// One request as it arrived on the wire.
 struct HttpRequest {
     QByteArray method;
-    QByteArray path;
     QMap<QByteArray, QByteArray> headers; ///< names in lower case
     QByteArray body;
 };
@@ -37,16 +40,89 @@ class LocalHttpServer : public QThread {
 public:
     using Handler = std::function<HttpReply(const HttpRequest &)>;
 
-    explicit LocalHttpServer(Handler handler);
-    ~LocalHttpServer() override;
+    explicit LocalHttpServer(Handler handler) : m_handler(std::move(handler))
+    {
+        std::future<quint16> ready = m_ready.get_future();
+        start();
+        m_port = ready.get();
+    }
 
-    QUrl url(const QString &path = QStringLiteral("/v1/messages")) const;
-    QList<HttpRequest> requests() const;
+    ~LocalHttpServer() override
+    {
+        quit();
+        wait();
+    }
+
+    QUrl url() const { return QUrl(QStringLiteral("http://127.0.0.1:%1/v1/messages").arg(m_port)); }
+
+    QList<HttpRequest> requests() const
+    {
+        const QMutexLocker locker(&m_lock);
+        return m_requests;
+    }
 
 protected:
-    void run() override;
+    void run() override
+    {
+        QTcpServer server;
+        server.listen(QHostAddress::LocalHost, 0);
+        QObject::connect(&server, &QTcpServer::newConnection, &server, [this, &server] {
+            while (QTcpSocket *socket = server.nextPendingConnection()) {
+                auto received = std::make_shared<QByteArray>();
+                QObject::connect(socket, &QTcpSocket::readyRead, socket, [this, socket, received] {
+                    *received += socket->readAll();
+                    if (const std::optional<HttpRequest> request = parse(*received)) {
+                        received->clear();
+                        answer(*socket, *request);
+                    }
+                });
+                QObject::connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+            }
+        });
+        m_ready.set_value(server.serverPort());
+        exec();
+    }
 
 private:
+    // A request is complete once its headers and as many body bytes as Content-Length
+    // says have arrived.
+    static std::optional<HttpRequest> parse(const QByteArray &data)
+    {
+        const qsizetype headerEnd = data.indexOf("\r\n\r\n");
+        if (headerEnd < 0)
+            return std::nullopt;
+        const QList<QByteArray> lines = data.left(headerEnd).split('\n');
+        HttpRequest request;
+        request.method = lines.first().trimmed().split(' ').value(0);
+        for (const QByteArray &line : lines.mid(1)) {
+            const qsizetype colon = line.indexOf(':');
+            if (colon > 0)
+                request.headers.insert(line.left(colon).trimmed().toLower(), line.mid(colon + 1).trimmed());
+        }
+        const qsizetype length = request.headers.value("content-length", "0").toLongLong();
+        if (data.size() - headerEnd - 4 < length)
+            return std::nullopt;
+        request.body = data.mid(headerEnd + 4, length);
+        return request;
+    }
+
+    void answer(QTcpSocket &socket, const HttpRequest &request)
+    {
+        {
+            const QMutexLocker locker(&m_lock);
+            m_requests.append(request);
+        }
+        const HttpReply reply = m_handler(request);
+        if (reply.behaviour == HttpReply::Behaviour::drop) {
+            socket.abort();
+        } else if (reply.behaviour == HttpReply::Behaviour::answer) {
+            socket.write("HTTP/1.1 " + QByteArray::number(reply.status) + (reply.status == 200 ? " OK" : " Status")
+                         + "\r\nContent-Type: application/json\r\nContent-Length: "
+                         + QByteArray::number(reply.body.size()) + "\r\nConnection: close\r\n\r\n" + reply.body);
+            socket.disconnectFromHost();
+        }
+    }
+
     Handler m_handler;
     std::promise<quint16> m_ready;
     quint16 m_port = 0;

@@ -1,13 +1,10 @@
 #pragma once
 
+#include "SorviKit/core/FileError.h"
 #include "SorviKit/handoff/Handoff.h"
 #include "TestFiles.h"
 
-#include <QByteArray>
-#include <QDir>
-#include <QFile>
 #include <QRandomGenerator>
-#include <QString>
 
 #include <sys/mount.h>
 #include <unistd.h>
@@ -30,11 +27,7 @@ inline void PrintTo(const Move &move, std::ostream *out)
 /// Real files in temporary folders for the hand-off tests.
 namespace HandoffTest {
 
-using TestFiles::digest;
-using TestFiles::read;
-using TestFiles::snapshot;
-using TestFiles::tree;
-using TestFiles::write;
+using namespace TestFiles;
 
 /// Bytes that differ for every seed and never compress to nothing.
 inline QByteArray noise(qsizetype size, quint32 seed)
@@ -46,9 +39,16 @@ inline QByteArray noise(qsizetype size, quint32 seed)
     return bytes;
 }
 
-inline bool isRoot()
+/// The sentence of the FileError that `run` throws; empty when it throws none.
+template <typename Run>
+QString fileError(Run run)
 {
-    return ::geteuid() == 0;
+    try {
+        run();
+    } catch (const FileError &error) {
+        return error.description();
+    }
+    return {};
 }
 
 /// A small tmpfs mounted over a folder for as long as the object lives.
@@ -82,7 +82,7 @@ private:
 } // namespace HandoffTest
 
 #define SKIP_UNLESS_MOUNTED(mount)                                                                  \
-    if (!HandoffTest::isRoot())                                                                     \
+    if (::geteuid() != 0)                                                                           \
         GTEST_SKIP() << "needs root to mount a small tmpfs; run the tests as root to cover this case"; \
     if (!(mount).isMounted())                                                                       \
     GTEST_SKIP() << "mounting a tmpfs failed (" << std::strerror((mount).error())                    \

@@ -33,17 +33,10 @@ std::span<const std::byte> bytesOf(std::string_view text)
     return std::as_bytes(std::span(text.data(), text.size()));
 }
 
-bool isLowerHex(const std::string& text, std::size_t digits)
-{
-    return text.size() == digits
-        && std::all_of(text.begin(), text.end(), [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
-}
-
 // However a stream is split into updates (empty and null ones included), digested midway
-// or forked by copying, each hasher ends at the digest of the bytes it was fed. `other`
-// is a hasher of another seed or function, which an assignment must replace whole.
+// or forked by copying, each hasher ends at the digest of the bytes it was fed.
 template <typename Hasher>
-void expectStreams(const Hasher& fresh, const Hasher& other, HashAlgorithm algorithm)
+void expectStreams(const Hasher& fresh, HashAlgorithm algorithm)
 {
     const std::vector<std::byte> bytes = referenceBuffer(222);
     const auto all = std::span<const std::byte>(bytes);
@@ -63,17 +56,10 @@ void expectStreams(const Hasher& fresh, const Hasher& other, HashAlgorithm algor
         Hasher midway = fresh;
         midway.update(all.first(cut));
         EXPECT_EQ(midway.finalize(), hash(algorithm, all.first(cut))) << "cut at " << cut;
-        EXPECT_EQ(midway.finalize(), hash(algorithm, all.first(cut))) << "finalize must not consume the state";
-        Hasher copy = midway;
-        Hasher assigned = other;
-        assigned = midway;
+        const Hasher copy = midway;
         midway.update(all.subspan(cut));
-        copy.update(all.subspan(cut, std::min<std::size_t>(20, all.size() - cut)));
-        assigned.update(all.subspan(cut));
-        EXPECT_EQ(midway.finalize(), whole) << "cut at " << cut;
-        EXPECT_EQ(assigned.finalize(), whole) << "cut at " << cut;
-        const Hasher moved = std::move(copy);
-        EXPECT_EQ(moved.finalize(), hash(algorithm, all.first(std::min<std::size_t>(cut + 20, all.size()))));
+        EXPECT_EQ(midway.finalize(), whole) << "finalize must not consume the state; cut at " << cut;
+        EXPECT_EQ(copy.finalize(), hash(algorithm, all.first(cut))) << "a copy is a stream of its own";
     }
 }
 
@@ -81,40 +67,25 @@ void expectStreams(const Hasher& fresh, const Hasher& other, HashAlgorithm algor
 
 TEST(XXH64Test, MatchesPublishedDigests)
 {
-    struct Case {
-        std::size_t length;
-        std::uint64_t seed;
-        std::uint64_t digest;
-    };
-    const Case cases[] = {
+    // {length of the reference buffer, seed, digest}
+    const std::tuple<std::size_t, std::uint64_t, std::uint64_t> cases[] = {
         {0, 0, 0xef46db3751d8e999ULL},   {1, 0, 0xe934a84adb052768ULL},
         {1, prime32, 0x5014607643a9b4c3ULL}, {4, 0, 0x9136a0dca57457eeULL},
         {14, 0, 0x8282dcc4994e35c8ULL},  {14, prime32, 0xc3bd6bf63deb6df0ULL},
         {222, 0, 0xb641ae8cb691c174ULL}, {222, prime32, 0x20cb8ab7ae10c14aULL},
     };
-    for (const Case& c : cases) {
-        XXH64 hasher(c.seed);
-        hasher.update(referenceBuffer(c.length));
-        EXPECT_EQ(hasher.value(), c.digest) << "length " << c.length << " seed " << c.seed;
-    }
-    EXPECT_EQ(hash(HashAlgorithm::xxh64, bytesOf("abc")), "44bc2cf5ad770999");
-
-    // Some digests have leading zero nibbles; the text keeps all sixteen digits.
-    bool sawLeadingZero = false;
-    for (std::uint64_t seed = 0; seed < 400 && !sawLeadingZero; ++seed) {
+    for (const auto& [length, seed, digest] : cases) {
         XXH64 hasher(seed);
-        hasher.update(referenceBuffer(100));
-        const std::string text = hasher.finalize();
-        ASSERT_TRUE(isLowerHex(text, 16)) << text;
-        EXPECT_EQ(std::stoull(text, nullptr, 16), hasher.value());
-        sawLeadingZero = text.front() == '0';
+        hasher.update(referenceBuffer(length));
+        EXPECT_EQ(hasher.value(), digest) << "length " << length << " seed " << seed;
     }
-    EXPECT_TRUE(sawLeadingZero);
 }
 
-TEST(CryptoHasherTest, MatchesPublishedDigests)
+TEST(HashTest, TextDigestsMatchPublishedOnes)
 {
     const std::tuple<HashAlgorithm, std::string_view, std::string> cases[] = {
+        {HashAlgorithm::xxh64, "abc", "44bc2cf5ad770999"},
+        {HashAlgorithm::xxh64, "n", "017397ff2676b47e"}, // the text keeps leading zeros
         {HashAlgorithm::md5, "", "d41d8cd98f00b204e9800998ecf8427e"},
         {HashAlgorithm::md5, "abc", "900150983cd24fb0d6963f7d28e17f72"},
         {HashAlgorithm::md5, "message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
@@ -129,19 +100,7 @@ TEST(CryptoHasherTest, MatchesPublishedDigests)
 
 TEST(StreamingHasherTest, SplitsMidwayDigestsAndCopiesKeepTheStream)
 {
-    expectStreams(XXH64(), XXH64(prime32), HashAlgorithm::xxh64);
-    expectStreams(CryptoHasher(CryptoHasher::Function::md5), CryptoHasher(CryptoHasher::Function::sha256),
-                  HashAlgorithm::md5);
-    expectStreams(CryptoHasher(CryptoHasher::Function::sha256), CryptoHasher(CryptoHasher::Function::md5),
-                  HashAlgorithm::sha256);
-}
-
-TEST(HashAlgorithmTest, RawValuesAreExactAndHashersFresh)
-{
-    for (const HashAlgorithm algorithm : allHashAlgorithms) {
-        EXPECT_EQ(hashAlgorithmFromRaw(mhlName(algorithm)), algorithm);
-        EXPECT_EQ(makeHasher(algorithm)->finalize(), hash(algorithm, {})) << displayName(algorithm);
-    }
-    for (const std::string_view raw : {"SHA256", "XXH64", "MD5", "SHA-256", "sha-256", "Md5", " md5", "md5 ", ""})
-        EXPECT_FALSE(hashAlgorithmFromRaw(raw).has_value()) << '"' << raw << '"';
+    expectStreams(XXH64(), HashAlgorithm::xxh64);
+    expectStreams(CryptoHasher(CryptoHasher::Function::md5), HashAlgorithm::md5);
+    expectStreams(CryptoHasher(CryptoHasher::Function::sha256), HashAlgorithm::sha256);
 }

@@ -6,11 +6,6 @@
 #include "SorviApp/model/SorviModel.h"
 #include "TestFiles.h"
 
-#include <QDir>
-#include <QDirIterator>
-#include <QFile>
-#include <QMap>
-#include <QObject>
 #include <QSemaphore>
 #include <QTemporaryDir>
 #include <QTest>
@@ -76,15 +71,6 @@ inline QString demoShoot(const QString &folder, int count)
     return folder;
 }
 
-/// The shot ids of the demo shoot of `count` photos, in capture order.
-inline QStringList demoIds(int count)
-{
-    QStringList ids;
-    for (const DemoShoot::DemoFrame &frame : DemoShoot::plan(count))
-        ids << frame.relativePath.left(frame.relativePath.lastIndexOf(QLatin1Char('.')));
-    return ids;
-}
-
 inline QStringList idsOf(const QList<Shot> &shots)
 {
     QStringList ids;
@@ -112,27 +98,6 @@ inline RatingMap catalogOnDisk(SorviModel &model, const QString &folder)
     model.waitForWrites();
     return Catalog(folder).ratings();
 }
-
-/// The names of the model's signals in the order they were emitted.
-class SignalLog : public QObject {
-public:
-    explicit SignalLog(SorviModel &model)
-    {
-        add(model, &SorviModel::shotsChanged, "shots");
-        add(model, &SorviModel::ratingsChanged, "ratings");
-        add(model, &SorviModel::burstsChanged, "bursts");
-        add(model, &SorviModel::assessmentsChanged, "assessments");
-    }
-    QStringList names;
-
-    qsizetype index(const char *name, qsizetype from = 0) const { return names.indexOf(QLatin1String(name), from); }
-
-private:
-    void add(SorviModel &model, void (SorviModel::*signal)(), const char *name)
-    {
-        connect(&model, signal, this, [this, name] { names << QLatin1String(name); });
-    }
-};
 
 /// Lets a test hold a folder's listing until it says so. Copies share one gate and each
 /// opens it when destroyed: a copy declared after the model keeps a failing test from

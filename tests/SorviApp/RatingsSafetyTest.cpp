@@ -1,33 +1,19 @@
 // A photographer's ratings are never lost to us: a catalog we could not read survives,
 // a write that fails reaches the window, and no key press waits for the disk.
 #include "ModelTestFiles.h"
-
 #include "SorviKit/checks/AssessmentStore.h"
 #include "SorviKit/core/OwnFile.h"
 
-#include <QDirIterator>
 #include <QSettings>
-
-#include <algorithm>
 
 using namespace ModelTest;
 
 namespace {
 
-QString catalogsFolder()
-{
-    return Catalog::defaultDirectory();
-}
-
-// Files beside the catalogs whose names say they were kept aside.
+// The files in `directory` whose names say they were kept aside.
 QStringList keptAside(const QString &directory)
 {
     return QDir(directory).entryList({QStringLiteral("*.unreadable-*")}, QDir::Files, QDir::Name);
-}
-
-QByteArray contents(const QString &path)
-{
-    return OwnFile::read(path).value_or(QByteArray());
 }
 
 } // namespace
@@ -36,14 +22,15 @@ TEST(RatingsSafety, AnUnreadableCatalogOrChecksFileSurvivesByteForByte)
 {
     QTemporaryDir dir;
     const QString folder = demoShoot(dir.filePath("card"), DemoShoot::minimumCount);
-    QDir().mkpath(catalogsFolder());
-    const QString file = Catalog(folder).file();
+    const QString catalogs = dir.filePath("catalogs");
+    const QString file = Catalog(folder, catalogs).file();
     // What another tool half wrote: ratings in it that we cannot read, but someone might.
     const QByteArray damaged = R"({"version":1,"folder":"/card","ratings":{"IMG_0001":{"stars":4,"flag":"pick")";
-    ASSERT_TRUE(OwnFile::write(file, damaged).isEmpty());
-    const QStringList asideBefore = keptAside(catalogsFolder());
+    TestFiles::write(file, damaged);
 
-    SorviModel model(withoutChecks());
+    SorviModel::Options options = withoutChecks();
+    options.storeDirectory = catalogs;
+    SorviModel model(options);
     ASSERT_TRUE(openAndWait(model, folder));
     EXPECT_TRUE(model.ratings().isEmpty()) << "an unreadable catalog starts empty";
     EXPECT_TRUE(model.warning().isEmpty()) << "nothing has been written over it yet";
@@ -51,38 +38,26 @@ TEST(RatingsSafety, AnUnreadableCatalogOrChecksFileSurvivesByteForByte)
     model.pick();
     model.setStars(2);
     model.waitForWrites();
-
-    QStringList aside = keptAside(catalogsFolder());
-    for (const QString &name : asideBefore)
-        aside.removeAll(name);
+    const QStringList aside = keptAside(catalogs);
     ASSERT_EQ(aside.size(), 1) << "kept once, however many writes follow";
     EXPECT_TRUE(aside.first().startsWith(QFileInfo(file).completeBaseName() + ".unreadable-"));
-    EXPECT_EQ(contents(QDir(catalogsFolder()).filePath(aside.first())), damaged);
-    EXPECT_EQ(catalogOnDisk(model, folder), model.ratings());
+    EXPECT_EQ(TestFiles::read(catalogs + "/" + aside.first()), damaged);
+    EXPECT_EQ(Catalog(folder, catalogs).ratings(), model.ratings());
     EXPECT_TRUE(waitFor([&] { return model.warning().contains(aside.first()); }, 10'000)) << model.warning().toStdString();
-
-    // The next folder starts without the notice.
     model.close();
-    EXPECT_TRUE(model.warning().isEmpty());
+    EXPECT_TRUE(model.warning().isEmpty()) << "the next folder starts without the notice";
 
     // Check results follow the same rule.
-    const QString checksDirectory = dir.filePath("checks");
+    const QString checks = dir.filePath("checks");
     const QByteArray newer = R"({"version":3,"results":{"IMG_0001":{"sharpness":1.5}}})";
-    QString checksFile;
-    {
-        AssessmentStore store(folder, checksDirectory);
-        checksFile = store.file();
-    }
-    ASSERT_TRUE(OwnFile::write(checksFile, newer).isEmpty());
-    AssessmentStore store(folder, checksDirectory);
-    EXPECT_TRUE(store.results().isEmpty());
+    TestFiles::write(AssessmentStore(folder, checks).file(), newer);
+    AssessmentStore store(folder, checks);
     store.set(Assessment{2.0, 0, 0, std::nullopt}, "IMG_0001");
     store.save();
-    const QStringList checksAside = keptAside(checksDirectory);
-    ASSERT_EQ(checksAside.size(), 1);
-    EXPECT_EQ(contents(QDir(checksDirectory).filePath(checksAside.first())), newer);
+    ASSERT_EQ(keptAside(checks).size(), 1);
+    EXPECT_EQ(TestFiles::read(checks + "/" + keptAside(checks).first()), newer);
     EXPECT_FALSE(store.storeFile().keptAsideNotice().isEmpty());
-    EXPECT_TRUE(AssessmentStore(folder, checksDirectory).result("IMG_0001"));
+    EXPECT_TRUE(AssessmentStore(folder, checks).result("IMG_0001"));
 }
 
 TEST(RatingsSafety, AFailedWriteIsShownUntilTheNextGoodOne)
@@ -101,8 +76,8 @@ TEST(RatingsSafety, AFailedWriteIsShownUntilTheNextGoodOne)
     model.setAutoAdvance(false);
     model.pick();
     EXPECT_EQ(model.rating(model.selection()).flag, Rating::Flag::pick) << "the rating stands in memory";
-    ASSERT_TRUE(waitFor([&] { return !model.warning().isEmpty(); }, 10'000));
-    EXPECT_TRUE(model.warning().startsWith("Couldn't save the ratings to " + file)) << model.warning().toStdString();
+    EXPECT_TRUE(waitFor([&] { return model.warning().startsWith("Couldn't save the ratings to " + file); }, 10'000))
+        << model.warning().toStdString();
 
     ASSERT_TRUE(QDir(file).removeRecursively());
     model.setStars(3);

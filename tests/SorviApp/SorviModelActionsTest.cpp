@@ -1,7 +1,7 @@
-// Filters, selection and the rating actions with undo, on an opened demo card; after
-// every action the catalog file says what the model says.
-#include "SorviKit/checks/AssessmentStore.h"
+// Filters, selection and the rating actions with undo, on an opened demo card; the
+// catalog file says what the model says.
 #include "ModelTestFiles.h"
+#include "SorviKit/checks/AssessmentStore.h"
 
 #include <QSettings>
 #include <QSignalSpy>
@@ -19,19 +19,13 @@ protected:
     {
         QSettings().remove(SorviModel::autoAdvanceKey);
         folder = demoShoot(dir.filePath("card"), DemoShoot::minimumCount);
-        SorviModel::Options options;
-        options.runsChecks = false;
-        model = std::make_unique<SorviModel>(options);
+        model = std::make_unique<SorviModel>(withoutChecks());
         ASSERT_TRUE(openAndWait(*model, folder));
         ids = idsOf(model->shots());
         ASSERT_EQ(ids.size(), DemoShoot::minimumCount);
     }
 
     void select(int index) { model->setSelection(ids[index]); }
-    void expectCatalogMatches()
-    {
-        EXPECT_EQ(catalogOnDisk(*model, folder), model->ratings());
-    }
 
     QTemporaryDir dir;
     QString folder;
@@ -41,7 +35,7 @@ protected:
 
 } // namespace
 
-TEST(SorviModelFilter, VisibilityTableAndRawValues)
+TEST(SorviModelFilter, VisibilityTableAndNames)
 {
     struct Row {
         Filter filter;
@@ -53,7 +47,6 @@ TEST(SorviModelFilter, VisibilityTableAndRawValues)
     const Row rows[] = {
         {Filter::all, {5, Flag::reject, Label::none}, 0, false, true},
         {Filter::all, {5, Flag::reject, Label::none}, 1, false, false},
-        {Filter::all, {0, Flag::none, Label::none}, 0, false, true},
         {Filter::all, {2, Flag::pick, Label::none}, 3, false, false},
         {Filter::all, {3, Flag::pick, Label::none}, 3, false, true},
         {Filter::picks, {0, Flag::pick, Label::none}, 0, false, true},
@@ -76,15 +69,12 @@ TEST(SorviModelFilter, VisibilityTableAndRawValues)
             << ::testing::PrintToString(row.rating);
 
     QStringList names;
-    for (const Filter filter : SorviModel::allFilters) {
+    for (const Filter filter : SorviModel::allFilters)
         names << SorviModel::rawValue(filter);
-        EXPECT_EQ(SorviModel::filterFromRaw(SorviModel::rawValue(filter)), filter);
-    }
     EXPECT_EQ(names, (QStringList{"All", "Picks", "Unrated", "Rejects", "AI Picks"}));
-    EXPECT_FALSE(SorviModel::filterFromRaw("all"));
 }
 
-TEST_F(OpenedShoot, RejectedShotsHideOnlyUnderAStarMinimum)
+TEST_F(OpenedShoot, TheSelectionFollowsWhatFiltersAndTheStarMinimumLeaveVisible)
 {
     EXPECT_EQ(model->stepStatus(), "Pick with P, reject with X, rate with 1–5. Arrow keys move; Return switches "
                                    "between grid and single photo.");
@@ -92,9 +82,6 @@ TEST_F(OpenedShoot, RejectedShotsHideOnlyUnderAStarMinimum)
     select(0);
     model->setStars(5);
     model->reject();
-    EXPECT_EQ(model->rating(ids[0]), (Rating{5, Flag::reject, Label::none}));
-    EXPECT_EQ(model->visibleShots().size(), ids.size());
-    EXPECT_EQ(model->counts(), (SorviModel::Counts{12, 0, 1, 1}));
     EXPECT_EQ(model->stepStatus(), "0 picked, 1 rejected, 1 rated, out of 12. Hand off when you're done.");
 
     // With a minimum the only starred shot is a reject, so nothing is left to select.
@@ -104,7 +91,6 @@ TEST_F(OpenedShoot, RejectedShotsHideOnlyUnderAStarMinimum)
     EXPECT_TRUE(model->selection().isEmpty());
     EXPECT_EQ(visible.size(), 1);
     model->setMinimumStars(0);
-    EXPECT_EQ(model->visibleShots().size(), ids.size());
     EXPECT_EQ(model->selection(), ids[0]);
 
     model->setFilter(Filter::rejects);
@@ -113,9 +99,7 @@ TEST_F(OpenedShoot, RejectedShotsHideOnlyUnderAStarMinimum)
     select(3);
     model->setLabel(Label::blue);
     model->setFilter(Filter::unrated);
-    EXPECT_EQ(model->visibleShots().size(), ids.size() - 1);
-    EXPECT_TRUE(idsOf(model->visibleShots()).contains(ids[3]));
-    EXPECT_EQ(model->selection(), ids[3]);
+    EXPECT_EQ(model->selection(), ids[3]) << "a labelled shot is still unrated";
     model->setFilter(Filter::picks);
     EXPECT_TRUE(model->selection().isEmpty());
     model->setAIPicks({{ids[7], "in focus"}});
@@ -126,12 +110,9 @@ TEST_F(OpenedShoot, RejectedShotsHideOnlyUnderAStarMinimum)
 TEST_F(OpenedShoot, MoveClampsWithoutWrappingAndPrefetchesNeighbours)
 {
     // Moving warms the cache three ahead and one behind.
-    EXPECT_EQ(model->selection(), ids[0]);
     model->move(+4);
     ASSERT_EQ(model->selection(), ids[4]);
     const int pixels = SorviModel::screenPixels();
-    EXPECT_GT(pixels, 0);
-    EXPECT_LE(pixels, SorviModel::maximumScreenPixels);
     const QList<Shot> shots = model->shots();
     for (const int i : {3, 5, 6, 7})
         EXPECT_TRUE(waitFor([&] { return model->previews().cached(shots[i], pixels).has_value(); }))
@@ -139,7 +120,7 @@ TEST_F(OpenedShoot, MoveClampsWithoutWrappingAndPrefetchesNeighbours)
     EXPECT_FALSE(model->previews().cached(shots[8], pixels));
     EXPECT_FALSE(model->previews().cached(shots[2], pixels));
 
-    model->setSelection(ids[0]);
+    select(0);
     model->move(-1);
     EXPECT_EQ(model->selection(), ids[0]);
     model->setZoomed(true);
@@ -162,7 +143,6 @@ TEST_F(OpenedShoot, AutoAdvanceFollowsTheFilterAndIsRemembered)
         EXPECT_EQ(model->selection(), ids[i + 1]);
     }
     model->setFilter(Filter::picks);
-    EXPECT_EQ(idsOf(model->visibleShots()), (QStringList{ids[2], ids[5], ids[8]}));
     EXPECT_EQ(model->selection(), ids[2]);
 
     // Taking back the first pick moves on to the next pick, not past it.
@@ -171,13 +151,10 @@ TEST_F(OpenedShoot, AutoAdvanceFollowsTheFilterAndIsRemembered)
     select(8);
     model->pick();
     EXPECT_EQ(model->selection(), ids[5]);
-    // Clearing a flag or setting a label stays on the photo.
     model->setLabel(Label::red);
-    EXPECT_EQ(model->selection(), ids[5]);
-    expectCatalogMatches();
+    EXPECT_EQ(model->selection(), ids[5]) << "a label stays on the photo";
 
     model->setAutoAdvance(false);
-    EXPECT_FALSE(QSettings().value(SorviModel::autoAdvanceKey).toBool());
     model->setFilter(Filter::all);
     select(0);
     model->reject();
@@ -193,47 +170,34 @@ TEST_F(OpenedShoot, EachActionHasOneUndoAndTheCatalogFollows)
 {
     model->setAutoAdvance(false);
     QSignalSpy canUndo(model.get(), &SorviModel::canUndoChanged);
-    EXPECT_FALSE(model->canUndo());
     select(1);
     model->pick();
     model->pick();
-    EXPECT_EQ(model->rating(ids[1]), Rating());
-    EXPECT_FALSE(model->ratings().contains(ids[1]));
-    expectCatalogMatches();
-    EXPECT_TRUE(model->canUndo());
-    EXPECT_EQ(canUndo.size(), 1);
+    EXPECT_FALSE(model->ratings().contains(ids[1])) << "an emptied rating is dropped";
+    EXPECT_EQ(catalogOnDisk(*model, folder), model->ratings());
     model->undo();
     EXPECT_EQ(model->rating(ids[1]).flag, Flag::pick);
-    expectCatalogMatches();
+    EXPECT_EQ(catalogOnDisk(*model, folder), model->ratings());
     model->undo();
     EXPECT_EQ(model->rating(ids[1]), Rating());
     EXPECT_FALSE(model->canUndo());
     EXPECT_EQ(canUndo.size(), 2);
-    expectCatalogMatches();
 
     // Stars un-reject; undo gives back the reject with its old stars.
     model->setStars(1);
     model->reject();
     model->setStars(3);
     EXPECT_EQ(model->rating(ids[1]), (Rating{3, Flag::none, Label::none}));
-    expectCatalogMatches();
     model->undo();
     EXPECT_EQ(model->rating(ids[1]), (Rating{1, Flag::reject, Label::none}));
-    expectCatalogMatches();
 
     select(2);
-    model->setStars(4);
-    model->setStars(0);
-    EXPECT_FALSE(model->ratings().contains(ids[2]));
-    model->waitForWrites();
-    EXPECT_FALSE(Catalog(folder).rating(ids[2]));
     model->setLabel(Label::red);
     model->setLabel(Label::red);
     EXPECT_EQ(model->rating(ids[2]).label, Label::none);
     model->setLabel(Label::yellow);
     model->setLabel(Label::purple);
     EXPECT_EQ(model->rating(ids[2]).label, Label::purple);
-    expectCatalogMatches();
 
     // An action that changed nothing still has its undo, which changes nothing.
     model->unflag();
@@ -246,7 +210,7 @@ TEST_F(OpenedShoot, EachActionHasOneUndoAndTheCatalogFollows)
     EXPECT_EQ(model->rating(ids[2]).label, Label::yellow);
     EXPECT_EQ(model->selection(), ids[5]);
     EXPECT_EQ(model->filter(), Filter::unrated);
-    expectCatalogMatches();
+    EXPECT_EQ(catalogOnDisk(*model, folder), model->ratings());
 }
 
 TEST(SorviModelBulk, BulkActionsSkipFlaggedShotsAndUndoInOneStep)
@@ -260,10 +224,12 @@ TEST(SorviModelBulk, BulkActionsSkipFlaggedShotsAndUndoInOneStep)
     const QString blurry = "DCIM/100KSRVI/KSR_0001", blinked = "DCIM/100KSRVI/KSR_0006";
     {
         AssessmentStore store(folder, Catalog::defaultDirectory());
-        for (const QString &id : demoIds(count))
+        for (const Shot &shot : ShotScanner::list(folder)) {
+            const QString &id = shot.id;
             store.set(Assessment{id == best ? 200.0 : id == blurry ? 5.0 : 100.0, id == blinked ? 1 : 0,
                                  id == blinked ? 1 : 0, std::nullopt},
                       id);
+        }
         store.save();
         Catalog catalog(folder);
         catalog.set(Rating{0, Flag::pick, Label::none}, picked);
@@ -279,20 +245,16 @@ TEST(SorviModelBulk, BulkActionsSkipFlaggedShotsAndUndoInOneStep)
     EXPECT_EQ(model.eyesClosed(), IdSet{blinked});
 
     const RatingMap start = model.ratings();
-    const int restOfBursts = int(model.restOfBursts().size());
-    EXPECT_EQ(model.count(model.restOfBursts()), restOfBursts - 1);
+    EXPECT_EQ(model.count(model.restOfBursts()), model.restOfBursts().size() - 1);
     model.rejectRestOfBursts();
     QStringList rejectedInFive;
     for (const QString &id : five)
         if (model.rating(id).flag == Flag::reject)
             rejectedInFive << id;
     EXPECT_EQ(rejectedInFive, (QStringList{five[0], five[1], five[4]}));
-    EXPECT_EQ(model.rating(picked).flag, Flag::pick);
     EXPECT_EQ(model.count(model.restOfBursts()), 0);
-    EXPECT_EQ(catalogOnDisk(model, folder), model.ratings());
     model.undo();
     EXPECT_EQ(model.ratings(), start);
-    EXPECT_EQ(catalogOnDisk(model, folder), model.ratings());
 
     model.rejectRestOfBursts();
     const RatingMap burstsRejected = model.ratings();
@@ -319,7 +281,6 @@ TEST(SorviModelBulk, BulkActionsSkipFlaggedShotsAndUndoInOneStep)
     model.setAIPicks({{blinked, "first"}, {chosen, "sharp"}, {blinked, "second"}});
     EXPECT_EQ(model.aiPicks().value(blinked), "second");
     EXPECT_EQ(model.aiPicks().size(), 2);
-    EXPECT_EQ(model.count(IdSet{blinked, chosen}), 1);
     model.pickAIPicks();
     EXPECT_EQ(model.rating(chosen).flag, Flag::pick);
     EXPECT_EQ(model.rating(blinked).flag, Flag::reject);

@@ -75,12 +75,10 @@ void checkFrames(const QList<DemoFrame> &frames, int count)
         ASSERT_TRUE(match.hasMatch());
         EXPECT_EQ(match.captured(3) == "DNG", f.files == Files::raw);
         EXPECT_EQ(f.rawRelativePath, f.files == Files::jpeg ? QString() : f.relativePath.chopped(4) + ".DNG");
-        const QStringList files = f.files == Files::rawAndJpeg ? QStringList{f.rawRelativePath, f.relativePath}
-                                                               : QStringList{f.relativePath};
-        EXPECT_EQ(DemoShoot::relativePaths(f), files);
+        EXPECT_EQ(DemoShoot::relativePaths(f), (f.files == Files::rawAndJpeg ? QStringList{f.rawRelativePath, f.relativePath}
+                                                                             : QStringList{f.relativePath}));
         // Each card folder counts up from 1 in shooting order.
         EXPECT_EQ(match.captured(2).toInt(), ++lastNumber[match.captured(1)]);
-        EXPECT_EQ(f.camera, f.make == "Canon" ? QString("Canon EOS R6") : QString("NIKON Z 6_2"));
     }
     EXPECT_EQ(lastNumber.size(), 2u);
     EXPECT_TRUE(blurred == 3 || blurred == 4) << blurred;
@@ -95,12 +93,6 @@ void checkFrames(const QList<DemoFrame> &frames, int count)
     EXPECT_GT(wholeRawBurst, 0);
     EXPECT_GE(pairs, wholeRawBurst + 1 + std::max(1, count / 20));
     EXPECT_EQ(rawOnly, std::max(1, count / 30));
-}
-
-// The JPEG whose offset and length in `file` exiftool gives as `start` and `length`.
-QImage jpeg(const QByteArray &file, const QJsonObject &tags, const QString &start, const QString &length)
-{
-    return QImage::fromData(file.mid(tags[start].toInteger(), tags[length].toInteger()), "JPEG");
 }
 
 #define SKIP_WITHOUT_EXIFTOOL()                                                                  \
@@ -140,8 +132,8 @@ protected:
         static const QHash<QString, QJsonObject> all = [] {
             QStringList arguments{"-j", "-n", "-a", "-G1", "-all", "-validate", "-warning"};
             for (const DemoFrame &f : frames)
-                for (const QString &file : DemoShoot::relativePaths(f))
-                    arguments << path(file);
+                if (!f.rawRelativePath.isEmpty())
+                    arguments << path(f.rawRelativePath);
             QProcess process;
             process.start(QStandardPaths::findExecutable("exiftool"), arguments);
             process.waitForFinished(120000);
@@ -200,88 +192,38 @@ TEST_F(DemoShootFiles, WritesExactlyThePlannedFilesWithProgressAndTheSameBytesEa
     EXPECT_EQ(TestFiles::snapshot(second.path()), TestFiles::snapshot(folder->path()));
 }
 
-TEST_F(DemoShootFiles, DngIsValidWithThePlannedMetadataSensorDataAndPreviewsInCameraOrder)
-{
-    SKIP_WITHOUT_EXIFTOOL();
-    for (const DemoFrame &f : frames) {
-        if (f.files == Files::jpeg)
-            continue;
-        SCOPED_TRACE(f.rawRelativePath.toStdString());
-        const QJsonObject t = tags(f.rawRelativePath);
-        EXPECT_EQ(t["File:FileType"].toString(), "DNG");
-        EXPECT_EQ(t["ExifTool:Validate"].toString(), "0 0 0") << "errors, warnings, minor warnings";
-        EXPECT_FALSE(t.contains("ExifTool:Warning")) << t["ExifTool:Warning"].toString().toStdString();
-        EXPECT_EQ(t["IFD0:DNGVersion"].toString(), "1 4 0 0");
-        EXPECT_EQ(t["IFD0:UniqueCameraModel"].toString(), f.model);
-        // What our own reader makes of the camera, lens, date and orientation is pinned by the
-        // `sorvi scan` tests, the RAW-only frames' from their DNG.
-        EXPECT_DOUBLE_EQ(t["ExifIFD:ExposureTime"].toDouble(), 1.0 / f.exposureDenominator);
-        EXPECT_DOUBLE_EQ(t["ExifIFD:FNumber"].toDouble(), f.fNumber);
-        EXPECT_EQ(t["ExifIFD:ISO"].toInt(), f.iso);
-        EXPECT_EQ(t["ExifIFD:FocalLength"].toInt(), f.focalLengthMm);
-        // IFD0 holds the thumbnail, the first sub-IFD the sensor data, then the two previews.
-        EXPECT_EQ(t["IFD0:SubfileType"].toInt(), 1);
-        EXPECT_EQ(t["SubIFD:SubfileType"].toInt(), 0);
-        EXPECT_EQ(t["SubIFD1:SubfileType"].toInt(), 1);
-        EXPECT_EQ(t["SubIFD2:SubfileType"].toInt(), 1);
-        EXPECT_EQ(t["SubIFD:PhotometricInterpretation"].toInt(), 32803);
-        EXPECT_EQ(t["SubIFD:BitsPerSample"].toInt(), 16);
-        EXPECT_EQ(t["SubIFD:CFAPattern2"].toString(), "0 1 1 2");
-        EXPECT_EQ(t["SubIFD:StripByteCounts"].toInteger(),
-                  2 * t["SubIFD:ImageWidth"].toInteger() * t["SubIFD:ImageHeight"].toInteger());
-
-        const QByteArray file = TestFiles::read(path(f.rawRelativePath));
-        const QImage thumbnail = jpeg(file, t, "IFD0:PreviewImageStart", "IFD0:PreviewImageLength");
-        EXPECT_EQ(std::max(thumbnail.width(), thumbnail.height()), 160);
-        EXPECT_EQ(thumbnail.width() > thumbnail.height(), f.width > f.height) << "stored as the picture is";
-        const QImage middle = jpeg(file, t, "SubIFD1:PreviewImageStart", "SubIFD1:PreviewImageLength");
-        const QImage full = jpeg(file, t, "SubIFD2:JpgFromRawStart", "SubIFD2:JpgFromRawLength");
-        EXPECT_EQ(std::max(middle.width(), middle.height()), 1024);
-        EXPECT_EQ(full.size(), QSize(f.width, f.height));
-        if (f.files == Files::rawAndJpeg) {
-            EXPECT_EQ(full, QImage(path(f.relativePath))) << "the JPEG and the full preview show the same pixels";
-        }
-        // The sensor data is the picture: developed by LibRaw, as the full-size view shows a
-        // RAW, it matches the full preview turned upright, cell by cell.
-        const auto developed = PreviewLoader::fullResolution(Shot(f.relativePath, {path(f.rawRelativePath)}));
-        ASSERT_TRUE(developed);
-        EXPECT_EQ(developed->source, "LibRaw");
-        const QImage ours = developed->image.scaled(8, 8, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-        const QImage want =
-            PreviewLoader::upright(full, f.orientation).scaled(8, 8, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-        for (int cell = 0; cell < 64; ++cell) {
-            const QRgb a = ours.pixel(cell % 8, cell / 8), b = want.pixel(cell % 8, cell / 8);
-            for (const int difference : {qRed(a) - qRed(b), qGreen(a) - qGreen(b), qBlue(a) - qBlue(b)})
-                EXPECT_LT(std::abs(difference), 25) << "cell " << cell;
-        }
-
-        // Data blocks follow each other without overlap, small before large, inside the file.
-        qint64 end = 0, previewSize = 0;
-        for (const auto &[start, length] : {std::pair{"IFD0:PreviewImageStart", "IFD0:PreviewImageLength"},
-                                            std::pair{"SubIFD:StripOffsets", "SubIFD:StripByteCounts"},
-                                            std::pair{"SubIFD1:PreviewImageStart", "SubIFD1:PreviewImageLength"},
-                                            std::pair{"SubIFD2:JpgFromRawStart", "SubIFD2:JpgFromRawLength"}}) {
-            EXPECT_GE(t[start].toInteger(), end) << start;
-            end = t[start].toInteger() + t[length].toInteger();
-            if (QString(start).contains("Strip"))
-                continue;
-            EXPECT_GT(t[length].toInteger(), previewSize) << length;
-            previewSize = t[length].toInteger();
-        }
-        EXPECT_LE(end, file.size());
-    }
-}
-
-TEST_F(DemoShootFiles, BlurredFramesLackDetailAndSidewaysFramesTurnUpright)
+TEST_F(DemoShootFiles, DngsAreValidBlurredFramesLackDetailAndSidewaysFramesTurnUpright)
 {
     SKIP_WITHOUT_EXIFTOOL();
     double sharpest = 0, softestSharp = 1e9, blurredMost = 0;
     for (const DemoFrame &f : frames) {
         SCOPED_TRACE(f.relativePath.toStdString());
         // What a viewer shows: the JPEG, or for a RAW alone the full preview of its DNG.
-        QImage image = f.files == Files::raw ? jpeg(TestFiles::read(path(f.rawRelativePath)), tags(f.rawRelativePath),
-                                                    "SubIFD2:JpgFromRawStart", "SubIFD2:JpgFromRawLength")
-                                             : QImage(path(f.relativePath));
+        QImage image = f.files == Files::raw ? QImage() : QImage(path(f.relativePath));
+        if (f.files != Files::jpeg) {
+            const QJsonObject t = tags(f.rawRelativePath);
+            EXPECT_EQ(t["ExifTool:Validate"].toString(), "0 0 0") << t["ExifTool:Warning"].toString().toStdString();
+            EXPECT_EQ(t["IFD0:DNGVersion"].toString(), "1 4 0 0");
+            const QImage full = QImage::fromData(
+                TestFiles::read(path(f.rawRelativePath)).mid(t["SubIFD2:JpgFromRawStart"].toInteger(),
+                                                              t["SubIFD2:JpgFromRawLength"].toInteger()));
+            if (f.files == Files::raw)
+                image = full;
+            EXPECT_EQ(full, image) << "the JPEG and the full preview show the same pixels";
+            // The sensor data is the picture: developed by LibRaw, it matches the full preview
+            // turned upright, cell by cell.
+            const auto developed = PreviewLoader::fullResolution(Shot(f.relativePath, {path(f.rawRelativePath)}));
+            ASSERT_TRUE(developed);
+            EXPECT_EQ(developed->source, "LibRaw");
+            const QImage ours = developed->image.scaled(8, 8, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+            const QImage want =
+                PreviewLoader::upright(full, f.orientation).scaled(8, 8, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+            for (int cell = 0; cell < 64; ++cell) {
+                const QRgb a = ours.pixel(cell % 8, cell / 8), b = want.pixel(cell % 8, cell / 8);
+                for (const int difference : {qRed(a) - qRed(b), qGreen(a) - qGreen(b), qBlue(a) - qBlue(b)})
+                    EXPECT_LT(std::abs(difference), 25) << "cell " << cell;
+            }
+        }
         ASSERT_EQ(image.size(), QSize(f.width, f.height));
         const double variance = Assessor::sharpness(image);
         if (f.blurred)

@@ -5,7 +5,6 @@
 #include <QImageReader>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTransform>
 #include <gtest/gtest.h>
@@ -46,24 +45,6 @@ FaceFindings checkFile(const QString &path, int *largerCalls = nullptr)
             ++*largerCalls;
         return preview(path, 2048);
     });
-}
-
-FaceFindings checkAlone(const QImage &picture)
-{
-    return FaceCheck::check(picture, [] { return std::optional<QImage>(); });
-}
-
-struct EyeEntry {
-    double left = 0, right = 0, width = 0;
-};
-
-std::vector<EyeEntry> parseReport(const QString &report)
-{
-    static const QRegularExpression entry(QStringLiteral(R"(\[(\d+\.\d\d)/(\d+\.\d\d) w(\d+\.\d\d)\])"));
-    std::vector<EyeEntry> entries;
-    for (const QRegularExpressionMatch &m : entry.globalMatch(report))
-        entries.push_back({m.captured(1).toDouble(), m.captured(2).toDouble(), m.captured(3).toDouble()});
-    return entries;
 }
 
 QImage blurred(const QImage &image)
@@ -158,7 +139,7 @@ TEST(FaceCheckCorpus, QualityRanksTheBetterFrame)
 {
     SKIP_WITHOUT_CORPUS();
     SKIP_WITHOUT_FACE_MODELS();
-    const auto quality = [](const QImage &picture) { return checkAlone(picture).faceQuality.value_or(-1); };
+    const auto quality = [](const QImage &picture) { return FaceCheck::check(picture, {}).faceQuality.value_or(-1); };
     for (const QString subject : {"01", "02", "03", "04", "05", "07", "09", "10"}) {
         SCOPED_TRACE("subject " + subject.toStdString());
         const QImage open = preview(faces("yale/subject" + subject + "_normal.jpg"), 1024);
@@ -172,50 +153,36 @@ TEST(FaceCheckCorpus, QualityRanksTheBetterFrame)
     EXPECT_LT(quality(blurred(portrait)), quality(portrait));
 }
 
-TEST(FaceCheckCorpus, LargerPictureIsOptional)
+TEST(FaceCheckCorpus, LargerPictureIsOptionalAndTheEyeCascadeToo)
 {
     SKIP_WITHOUT_CORPUS();
     SKIP_WITHOUT_FACE_MODELS();
+    const QImage working = preview(faces("yale/subject07_sleepy.jpg"), 1024);
+    const FaceFindings alone = FaceCheck::check(working, {});
+    ASSERT_GT(alone.faces, 0);
+    // Faces found on the working picture are looked up at their place in the larger one.
+    const QImage twice = working.scaled(working.size() * 2, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    const FaceFindings larger = FaceCheck::check(working, [&] { return std::optional<QImage>(twice); });
+    EXPECT_EQ(larger.faces, alone.faces);
+    EXPECT_EQ(larger.eyesClosed, alone.eyesClosed);
+    // When the larger picture fails to decode, or is not the same frame (the caller forgot
+    // to turn it, say), the working picture will do.
+    const auto failing = []() -> std::optional<QImage> { throw std::runtime_error("cannot decode"); };
+    EXPECT_EQ(FaceCheck::check(working, failing), alone);
+    const QImage half = working.copy(0, 0, working.width() / 2, working.height());
+    EXPECT_EQ(FaceCheck::check(working, [&] { return std::optional<QImage>(half); }), alone);
+
+    // Without the eye cascade the landmarks' openness judges; it sees these lids a little
+    // apart, so the eyes the cascade finds closed pass as open.
     QTemporaryDir dir;
-    const std::unique_ptr<FaceModels> withoutCascade =
-        FaceModels::load(FaceModels::defaultPredictorPath, dir.filePath("missing.xml"));
+    const auto withoutCascade = FaceModels::load(FaceModels::defaultPredictorPath, dir.filePath("missing.xml"));
     ASSERT_TRUE(withoutCascade);
     EXPECT_FALSE(withoutCascade->hasEyeCascade());
-    int judgedByOpenness = 0;
-    for (const QString file : {"yale/subject03_sleepy.jpg", "yale/subject07_sleepy.jpg", "yale/subject07_normal.jpg",
-                               "dlib/2008_001322.jpg"}) {
-        SCOPED_TRACE(file.toStdString());
-        const QImage working = preview(faces(file), 1024);
-        const FaceFindings same = FaceCheck::check(working, [&] { return std::optional<QImage>(working); });
-        ASSERT_GT(same.faces, 0);
-        // Faces found on the working picture are looked up at their place in the larger one.
-        const QImage twice = working.scaled(working.size() * 2, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-        const FaceFindings larger = FaceCheck::check(working, [&] { return std::optional<QImage>(twice); });
-        EXPECT_EQ(larger.faces, same.faces);
-        EXPECT_EQ(larger.eyesClosed, same.eyesClosed);
-        // Without a larger picture, when it fails to decode, or when it is not the same frame
-        // (the caller forgot to turn it, say), the working picture will do.
-        EXPECT_EQ(checkAlone(working), same);
-        const auto failing = []() -> std::optional<QImage> { throw std::runtime_error("cannot decode"); };
-        EXPECT_EQ(FaceCheck::check(working, failing), same);
-        EXPECT_EQ(FaceCheck::check(working, [&] {
-                      return std::optional<QImage>(working.copy(0, 0, working.width() / 2, working.height()));
-                  }),
-                  same);
-
-        // Without the eye cascade the eye pass judges nothing and the working picture's
-        // landmark openness decides.
-        const FaceFindings fallback = FaceCheck::check(*withoutCascade, working, [] { return std::optional<QImage>(); });
-        int closedByOpenness = 0;
-        for (const EyeEntry &entry : parseReport(fallback.eyeReport))
-            closedByOpenness += entry.width >= FaceCheck::minimumFaceWidth && entry.left < FaceCheck::opennessThreshold
-                                && entry.right < FaceCheck::opennessThreshold;
-        EXPECT_EQ(fallback.faces, same.faces);
-        EXPECT_EQ(fallback.faceQuality, same.faceQuality);
-        EXPECT_EQ(fallback.eyesClosed, closedByOpenness);
-        judgedByOpenness += fallback.eyesClosed != same.eyesClosed ? 1 : 0;
-    }
-    EXPECT_GT(judgedByOpenness, 0) << "the fallback never made a difference here";
+    const FaceFindings fallback = FaceCheck::check(*withoutCascade, working, {});
+    EXPECT_EQ(fallback.faces, alone.faces);
+    EXPECT_EQ(fallback.faceQuality, alone.faceQuality);
+    EXPECT_EQ(alone.eyesClosed, 1) << "labelled with both eyes closed";
+    EXPECT_NE(fallback.eyesClosed, alone.eyesClosed) << fallback.eyeReport.toStdString();
 }
 
 TEST(FaceCheckCorpus, ConcurrentChecksAgree)

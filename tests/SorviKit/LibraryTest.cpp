@@ -15,16 +15,6 @@ namespace {
 
 const Rating threeStarRedPick{3, Rating::Flag::pick, Rating::Label::red};
 
-void appendEntry(QByteArray &tiff, quint16 tag, quint16 type, quint32 count, quint32 value)
-{
-    char entry[12];
-    qToLittleEndian(tag, entry);
-    qToLittleEndian(type, entry + 2);
-    qToLittleEndian(count, entry + 4);
-    qToLittleEndian(value, entry + 8);
-    tiff.append(entry, 12);
-}
-
 QStringList ids(const QList<Shot> &shots)
 {
     QStringList result;
@@ -40,7 +30,6 @@ TEST(CatalogTest, RatingsAreWrittenThroughAndRestored)
     QTemporaryDir store, shoot;
     {
         Catalog catalog(shoot.path(), store.path());
-        EXPECT_EQ(QFileInfo(catalog.file()).fileName(), Catalog::key(shoot.path()) + ".json");
         catalog.set(threeStarRedPick, "day2/DSC_0042");
         catalog.set(Rating{0, Rating::Flag::none, Rating::Label::purple}, "a \"quoted\"\\name");
         catalog.set(Rating{1, Rating::Flag::reject, Rating::Label::none}, "gone");
@@ -80,30 +69,21 @@ TEST(CatalogTest, AdoptNeverOverridesAndWritesOnlyWhenSomethingWasAdded)
     EXPECT_EQ(Catalog(shoot.path(), store.path()).ratings().size(), 2);
 }
 
-TEST(CatalogTest, AnyMalformedRatingLeavesTheCatalogEmptyUntilTheNextSave)
+// Such a catalog starting empty and kept aside before the next write is pinned by the
+// model's and sorvi's tests.
+TEST(CatalogTest, AnyMalformedRatingMakesTheWholeFileUnreadable)
 {
-    const QByteArray good = R"({"version":1,"folder":"/x","ratings":{"a":{"stars":2,"flag":"pick","label":""}}})";
-    ASSERT_TRUE(Catalog::decode(good));
-    for (const QByteArray &bad : {
-             QByteArray(R"({"version":1,"folder":"/x","ratings":{"a":{"stars":2,"flag":"maybe","label":""}}})"),
-             QByteArray(R"({"version":1,"folder":"/x","ratings":{"a":{"stars":2,"flag":"pick","label":"red"}}})"),
-             QByteArray(R"({"version":1,"folder":"/x","ratings":{"a":{"stars":2.5,"flag":"pick","label":""}}})"),
-             QByteArray(R"({"version":1,"folder":"/x","ratings":{"a":{"stars":"2","flag":"pick","label":""}}})"),
-             QByteArray(R"({"version":1,"folder":"/x","ratings":{"a":{"flag":"pick","label":""}}})"),
-             QByteArray(R"({"version":1,"ratings":{}})"),
-             QByteArray("{\"version\":1,"), QByteArray(), QByteArray("[]")})
+    const auto withRating = [](const QByteArray &a) {
+        return R"({"version":1,"folder":"/x","ratings":{"a":)" + a + "}}";
+    };
+    ASSERT_TRUE(Catalog::decode(withRating(R"({"stars":2,"flag":"pick","label":""})")));
+    for (const QByteArray &bad : {withRating(R"({"stars":2,"flag":"maybe","label":""})"),
+                                  withRating(R"({"stars":2,"flag":"pick","label":"red"})"),
+                                  withRating(R"({"stars":2.5,"flag":"pick","label":""})"),
+                                  withRating(R"({"stars":"2","flag":"pick","label":""})"),
+                                  withRating(R"({"flag":"pick","label":""})"), QByteArray(R"({"version":1,"ratings":{}})"),
+                                  QByteArray("{\"version\":1,"), QByteArray(), QByteArray("[]")})
         EXPECT_FALSE(Catalog::decode(bad)) << bad.constData();
-
-    QTemporaryDir store, shoot;
-    const QString file = store.path() + '/' + Catalog::key(shoot.path()) + ".json";
-    const QByteArray broken =
-        R"({"version":1,"folder":"/x","ratings":{"a":{"stars":2,"flag":"pick","label":""},"b":{"stars":1,"flag":"maybe","label":""}}})";
-    TestFiles::write(file, broken);
-    Catalog catalog(shoot.path(), store.path());
-    EXPECT_TRUE(catalog.ratings().isEmpty());
-    EXPECT_EQ(TestFiles::read(file), broken); // left alone until we write
-    catalog.set(Rating{4}, "c");
-    EXPECT_EQ(Catalog::decode(TestFiles::read(file))->keys(), QStringList{"c"});
 }
 
 TEST(CatalogTest, KeyFollowsTheVolumeNotTheMountPoint)
@@ -121,14 +101,21 @@ TEST(CatalogTest, KeyFollowsTheVolumeNotTheMountPoint)
 
 TEST(TiffViewTest, EmptiesOnlyHugeValuesAndNeverTouchesTheFile)
 {
-    // Little-endian TIFF, IFD0 at 8 with: Make (small, inline), a 2 MiB undefined blob and
-    // a 1 KiB one; the blobs follow the IFD.
-    QByteArray tiff("II*\0\x08\0\0\0", 8);
-    tiff.append("\x03\0", 2);
+    // Little-endian TIFF, IFD0 at 8 with three entries: Make (small, inline), a 2 MiB
+    // undefined blob and a 1 KiB one; the blobs follow the IFD.
+    QByteArray tiff("II*\0\x08\0\0\0\x03\0", 10);
+    const auto appendEntry = [&tiff](quint16 tag, quint16 type, quint32 count, quint32 value) {
+        tiff.append(QByteArray(12, '\0'));
+        char *entry = tiff.data() + tiff.size() - 12;
+        qToLittleEndian(tag, entry);
+        qToLittleEndian(type, entry + 2);
+        qToLittleEndian(count, entry + 4);
+        qToLittleEndian(value, entry + 8);
+    };
     const quint32 blobsAt = 8 + 2 + 3 * 12 + 4;
-    appendEntry(tiff, 0x010f, 2, 4, qFromLittleEndian<quint32>("Kes\0"));
-    appendEntry(tiff, 0xc68c, 7, 2 * 1024 * 1024, blobsAt);
-    appendEntry(tiff, 0xc634, 7, 1024, blobsAt + 2 * 1024 * 1024);
+    appendEntry(0x010f, 2, 4, qFromLittleEndian<quint32>("Kes\0"));
+    appendEntry(0xc68c, 7, 2 * 1024 * 1024, blobsAt);
+    appendEntry(0xc634, 7, 1024, blobsAt + 2 * 1024 * 1024);
     tiff.append(4, '\0'); // no next IFD
     tiff.append(QByteArray(2 * 1024 * 1024 + 1024, 'x'));
 
@@ -140,7 +127,6 @@ TEST(TiffViewTest, EmptiesOnlyHugeValuesAndNeverTouchesTheFile)
         const TiffView view(path);
         ASSERT_TRUE(view.isValid());
         EXPECT_EQ(view.emptiedValues(), 1);
-        EXPECT_EQ(view.size(), std::size_t(tiff.size()));
         EXPECT_EQ(qFromLittleEndian<quint32>(view.data() + 10 + 12 + 4), 0u) << "the huge count is emptied";
         EXPECT_EQ(qFromLittleEndian<quint32>(view.data() + 10 + 24 + 4), 1024u) << "small values stay";
     }
@@ -197,19 +183,17 @@ TEST(ShotScannerTest, LooseFilesGroupLikeAFolder)
     EXPECT_EQ(shots[0].files, (QStringList{"/card/a/img_1.CR2", "/card/a/IMG_1.JPG"}));
     EXPECT_EQ(shots[1].id, "IMG_2");
     EXPECT_EQ(shots[2].files, QStringList{"/card/b/IMG_1.JPG"});
-    EXPECT_TRUE(ShotScanner::group({}).isEmpty());
 }
 
 TEST(ShotScannerTest, DamagedFilesOfEveryExtensionKeepDefaults)
 {
     QTemporaryDir dir;
-    QByteArray truncatedJpeg = QByteArray::fromHex("ffd8ffe1ffff457869660000") + "MM";
     QByteArray garbage(70000, '\0');
     QRandomGenerator random(7);
     for (char &byte : garbage)
         byte = char(random.bounded(256));
-    const QList<QByteArray> contents{{}, truncatedJpeg, garbage, QByteArray("II*\0\x08\0\0\0\xff\xff", 10)};
-
+    const QList<QByteArray> contents{{}, QByteArray::fromHex("ffd8ffe1ffff457869660000") + "MM", garbage,
+                                     QByteArray("II*\0\x08\0\0\0\xff\xff", 10)};
     int index = 0;
     for (const QString &extension : ShotScanner::allExtensions())
         for (const QByteArray &bytes : contents)
@@ -230,27 +214,18 @@ TEST(ShotScannerTest, TruncatedCorpusFilesNeverCrash)
 {
     SKIP_WITHOUT_CORPUS();
     QTemporaryDir dir;
-    int written = 0;
-    for (const char *sub : {"raw", "heic", "jpeg", "pairs"}) {
-        const QDir source(TestFiles::corpus() + '/' + sub);
-        for (const QFileInfo &file : source.entryInfoList(QDir::Files)) {
-            if (!ShotScanner::allExtensions().contains(file.suffix().toLower()))
-                continue;
-            QFile in(file.filePath());
-            ASSERT_TRUE(in.open(QIODevice::ReadOnly));
-            const QByteArray bytes = in.readAll();
-            for (const double fraction : {0.002, 0.05, 0.5})
-                TestFiles::write(QStringLiteral("%1/%2_%3_%4.%5").arg(dir.path(), sub, file.baseName())
-                                     .arg(int(fraction * 1000)).arg(file.suffix()),
-                                 bytes.left(qsizetype(bytes.size() * fraction)));
-            ++written;
+    for (const QString sub : {"raw", "heic", "jpeg", "pairs"})
+        for (const QFileInfo &file : QDir(TestFiles::corpus() + '/' + sub).entryInfoList(QDir::Files)) {
+            const QByteArray bytes = TestFiles::read(file.filePath());
+            for (const int permille : {2, 50, 500})
+                TestFiles::write(QStringLiteral("%1/%2_%3_%4.%5").arg(dir.path(), sub, file.baseName()).arg(permille)
+                                     .arg(file.suffix()),
+                                 bytes.left(bytes.size() * permille / 1000));
         }
-    }
-    ASSERT_GT(written, 30);
-    for (const Shot &shot : ShotScanner::list(dir.path())) {
-        const Shot read = ShotScanner::readDetails(shot);
-        EXPECT_GT(read.byteSize, 0u) << shot.id.toStdString();
-    }
+    const QList<Shot> shots = ShotScanner::list(dir.path());
+    ASSERT_GT(shots.size(), 90);
+    for (const Shot &shot : shots)
+        EXPECT_GT(ShotScanner::readDetails(shot).byteSize, 0u) << shot.id.toStdString();
 }
 
 TEST(ShotScannerTest, PairFillsWhatTheRawLacksFromItsJpeg)
@@ -271,7 +246,7 @@ TEST(ShotScannerTest, PairFillsWhatTheRawLacksFromItsJpeg)
     EXPECT_EQ(shot.width, 756); // the RAW's size comes first
 }
 
-TEST(CaptureDetailsTest, ExposureSummary)
+TEST(CaptureDetailsTest, ExposureSummaryOffsetsDatesAndCameraNames)
 {
     const auto summary = [](std::optional<double> t, std::optional<double> f, std::optional<long> iso,
                             std::optional<double> focal) {
@@ -291,10 +266,7 @@ TEST(CaptureDetailsTest, ExposureSummary)
     EXPECT_EQ(summary(1.0 / 64, 3.56359487256136, {}, 7.203125), "1/64 s · f/3.6 · 7 mm");
     EXPECT_EQ(summary(0.0, {}, 0, {}), "ISO 0");
     EXPECT_EQ(summary({}, {}, {}, {}), "(none)");
-}
 
-TEST(CaptureDetailsTest, OffsetsDatesAndCameraNames)
-{
     EXPECT_EQ(CaptureDetails::offsetSeconds("+02:00"), 7200);
     EXPECT_EQ(CaptureDetails::offsetSeconds("-05:30"), -19800);
     EXPECT_EQ(CaptureDetails::offsetSeconds(" 03:00"), 10800); // the first character is dropped whatever it is

@@ -82,11 +82,6 @@ inline QString corpus()
     return QStringLiteral(SORVI_CORPUS_DIR);
 }
 
-inline bool hasCorpus()
-{
-    return QFileInfo(corpus() + QStringLiteral("/shoot/truth.json")).exists();
-}
-
 /// The bursts a corpus truth file lists, each as its frame ids in order.
 inline QList<QStringList> truthBursts(const QJsonObject &truth)
 {
@@ -103,6 +98,6 @@ inline QList<QStringList> truthBursts(const QJsonObject &truth)
 } // namespace TestFiles
 
 #define SKIP_WITHOUT_CORPUS()                                                                    \
-    if (!TestFiles::hasCorpus())                                                                 \
+    if (!QFileInfo::exists(TestFiles::corpus() + "/shoot/truth.json"))                          \
     GTEST_SKIP() << "camera corpus not found at " << SORVI_CORPUS_DIR                            \
                  << " (set -DSORVI_CORPUS_DIR=…/shared/corpus to run this test)"

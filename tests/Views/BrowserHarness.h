@@ -16,8 +16,7 @@
 #include <QVBoxLayout>
 #include <QWidget>
 
-/// A real browser in a window of the size the application opens with, over a real model,
-/// with the window's undo command on Ctrl+Z as the main window has it.
+/// A real browser in a window of the size the application opens with, over a real model.
 struct BrowserHarness {
     explicit BrowserHarness(SorviModel::Options options = ModelTest::withoutChecks())
         : model(std::move(options))
@@ -26,10 +25,6 @@ struct BrowserHarness {
         column->setContentsMargins(0, 0, 0, 0);
         browser = new BrowserView(model, &window);
         column->addWidget(browser);
-        undo = new QAction(QStringLiteral("Undo"), &window);
-        undo->setShortcut(QKeySequence::Undo);
-        window.addAction(undo);
-        QObject::connect(undo, &QAction::triggered, &model, &SorviModel::undo);
         window.resize(1240, 820);
         window.show();
         window.activateWindow();
@@ -45,14 +40,7 @@ struct BrowserHarness {
         QTest::sendKeyEvent(QTest::Click, browser, key, text, modifiers);
     }
 
-    int selectedIndex() const
-    {
-        const QList<Shot> visible = model.visibleShots();
-        for (int i = 0; i < visible.size(); ++i)
-            if (visible[i].id == model.selection())
-                return i;
-        return -1;
-    }
+    int selectedIndex() const { return int(ModelTest::idsOf(model.visibleShots()).indexOf(model.selection())); }
 
     QString countLine() const { return browser->findChild<QLabel *>(QStringLiteral("countLine"))->text(); }
     QString burstLabel() const { return browser->findChild<QLabel *>(QStringLiteral("burstLabel"))->text(); }
@@ -63,8 +51,17 @@ struct BrowserHarness {
     BrowserView *browser = nullptr;
     GridView *grid = nullptr;
     SinglePhotoView *single = nullptr;
-    QAction *undo = nullptr;
 };
+
+/// Saves a screenshot for people to look at as NAME.png, only when SORVI_SCREENSHOTS names a
+/// folder (outside the repository).
+inline void saveScreenshot(const QImage &image, const QString &name)
+{
+    const QString folder = qEnvironmentVariable("SORVI_SCREENSHOTS");
+    if (!folder.isEmpty()) {
+        EXPECT_TRUE(QDir().mkpath(folder) && image.save(folder + QLatin1Char('/') + name + ".png")) << name.toStdString();
+    }
+}
 
 /// The first item of `menu` whose text starts with `startingWith`; nullptr when none does.
 inline QAction *menuItem(const QMenu *menu, const QString &startingWith)

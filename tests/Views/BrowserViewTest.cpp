@@ -17,50 +17,31 @@ using Filter = SorviModel::Filter;
 
 QWidget *currentPage(const BrowserHarness &h) { return h.browser->findChild<QStackedWidget *>()->currentWidget(); }
 
-// Screenshots for people to look at, written only when SORVI_SCREENSHOTS names a folder
-// (outside the repository).
-void save(const QImage &image, const QString &name)
-{
-    const QString dir = qEnvironmentVariable("SORVI_SCREENSHOTS");
-    if (!dir.isEmpty()) {
-        EXPECT_TRUE(QDir().mkpath(dir) && image.save(dir + QLatin1Char('/') + name)) << name.toStdString();
-    }
-}
-
 } // namespace
 
-TEST(BrowserView, FiltersHideAndShowCellsAndTheCountLineFollows)
+TEST(BrowserView, FiltersStatusBurstLabelViewPickerAndMouse)
 {
     QTemporaryDir dir;
     BrowserHarness h;
     ASSERT_TRUE(ModelTest::openAndWait(h.model, ModelTest::demoShoot(dir.path(), photos)));
     EXPECT_EQ(h.countLine(), QStringLiteral("24 of 24 photos"));
-    EXPECT_EQ(h.grid->count(), photos);
-    EXPECT_EQ(currentPage(h), h.grid);
-
-    h.press(Qt::Key_P, QStringLiteral("p"));  // shot 0 picked
-    h.press(Qt::Key_4, QStringLiteral("4"));  // shot 1: 4 stars
-    h.press(Qt::Key_X, QStringLiteral("x"));  // shot 2 rejected
-    const QList<Shot> all = h.model.visibleShots();
+    h.press(Qt::Key_P, QStringLiteral("p")); // shot 0 picked
+    h.press(Qt::Key_4, QStringLiteral("4")); // shot 1: 4 stars
+    h.press(Qt::Key_X, QStringLiteral("x")); // shot 2 rejected
+    EXPECT_EQ(h.status(), QStringLiteral("1 picked, 1 rejected, 1 rated, out of 24. Hand off when you're done."));
+    EXPECT_EQ(h.browser->findChild<StepBar *>()->current(), 1);
+    const QList<Shot> visible = h.model.visibleShots();
 
     auto *show = h.browser->findChild<QComboBox *>();
-    ASSERT_EQ(show->toolTip(), QStringLiteral("Which photos to show"));
-    ASSERT_EQ(show->count(), 5);
-    EXPECT_EQ(show->itemText(4), QStringLiteral("AI Picks"));
-    emit show->activated(1); // "Picks"
-    EXPECT_EQ(h.model.filter(), Filter::picks);
-    ASSERT_EQ(h.grid->count(), 1);
-    EXPECT_EQ(h.grid->cell(0).shot.id, all[0].id);
-    EXPECT_EQ(h.countLine(), QStringLiteral("1 of 24 photos"));
-
     emit show->activated(3); // "Rejects"
+    EXPECT_EQ(h.model.filter(), Filter::rejects);
     ASSERT_EQ(h.grid->count(), 1);
-    EXPECT_EQ(h.grid->cell(0).shot.id, all[2].id);
-    EXPECT_EQ(h.model.selection(), all[2].id);
-
+    EXPECT_EQ(h.grid->cell(0).shot.id, visible[2].id);
+    EXPECT_EQ(h.model.selection(), visible[2].id);
+    EXPECT_EQ(h.countLine(), QStringLiteral("1 of 24 photos"));
     h.model.setFilter(Filter::all);
     EXPECT_EQ(show->currentText(), QStringLiteral("All")) << "the picker follows the model";
-    EXPECT_EQ(h.grid->count(), photos) << "rejects stay visible under All";
+    EXPECT_EQ(h.grid->count(), photos);
 
     QToolButton *stars = h.browser->findChild<QToolButton *>(QStringLiteral("starButton"));
     ASSERT_EQ(stars->text(), QStringLiteral("Any rating"));
@@ -69,44 +50,25 @@ TEST(BrowserView, FiltersHideAndShowCellsAndTheCountLineFollows)
     threeUp->trigger();
     EXPECT_EQ(h.model.minimumStars(), 3);
     ASSERT_EQ(h.grid->count(), 1);
-    EXPECT_EQ(h.grid->cell(0).shot.id, all[1].id);
-    EXPECT_EQ(h.countLine(), QStringLiteral("1 of 24 photos"));
+    EXPECT_EQ(h.grid->cell(0).shot.id, visible[1].id);
     EXPECT_TRUE(stars->text().endsWith(QStringLiteral("3 and up")));
     menuItem(stars->menu(), QStringLiteral("Any rating"))->trigger();
     EXPECT_EQ(h.countLine(), QStringLiteral("24 of 24 photos"));
-}
-
-TEST(BrowserView, StatusStepBarBurstAndViewPicker)
-{
-    QTemporaryDir dir;
-    BrowserHarness h;
-    ASSERT_TRUE(ModelTest::openAndWait(h.model, ModelTest::demoShoot(dir.path(), photos)));
-    EXPECT_EQ(h.status(), QStringLiteral("Pick with P, reject with X, rate with 1–5. Arrow keys move; "
-                                         "Return switches between grid and single photo."));
-    h.press(Qt::Key_P, QStringLiteral("p"));
-    h.press(Qt::Key_2, QStringLiteral("2"));
-    EXPECT_EQ(h.status(), QStringLiteral("1 picked, 0 rejected, 1 rated, out of 24. Hand off when you're done."));
-    EXPECT_EQ(h.browser->findChild<StepBar *>()->current(), 1);
 
     // The burst label names the selected shot's burst, and only for a shot in one.
     const BurstMap bursts = h.model.bursts();
     ASSERT_FALSE(bursts.isEmpty());
-    for (const Shot &shot : h.model.visibleShots()) {
+    for (const Shot &shot : visible) {
         h.model.setSelection(shot.id);
         const QString expected = bursts.contains(shot.id) ? QStringLiteral("Burst %1").arg(bursts[shot.id]) : QString();
         ASSERT_EQ(h.burstLabel(), expected) << shot.id.toStdString();
         ASSERT_EQ(h.grid->cell(h.selectedIndex()).burst.has_value(), bursts.contains(shot.id));
         ASSERT_TRUE(h.grid->cell(h.selectedIndex()).selected);
     }
-
-    // The grid scrolls to a selection made elsewhere.
-    const QList<Shot> visible = h.model.visibleShots();
-    h.model.setSelection(visible.last().id);
-    const QRect last = h.grid->cellRect(int(visible.size()) - 1);
-    EXPECT_TRUE(h.grid->viewport()->rect().contains(last)) << "the selected cell is out of view";
+    // The grid has scrolled to that last selection, made elsewhere.
+    EXPECT_TRUE(h.grid->viewport()->rect().contains(h.grid->cellRect(photos - 1))) << "the selected cell is out of view";
 
     QComboBox *view = h.browser->findChildren<QComboBox *>().at(1);
-    EXPECT_EQ(view->toolTip(), QStringLiteral("Grid or single photo (Return)"));
     emit view->activated(1);
     EXPECT_EQ(h.model.mode(), SorviModel::Mode::loupe);
     EXPECT_EQ(currentPage(h), h.single);
@@ -185,7 +147,7 @@ TEST(BrowserScreenshots, CheckBadgesChecksMenuAndSinglePhoto)
                                     {Qt::Key_Right, ""}})
         h.press(key, QString::fromLatin1(text));
     ASSERT_TRUE(QTest::qWaitFor([&] { return h.grid->isScreenLoaded(); }, ModelTest::loadTimeoutMs));
-    save(h.window.grab().toImage(), QStringLiteral("browser-grid.png"));
+    saveScreenshot(h.window.grab().toImage(), QStringLiteral("browser-grid"));
 
     // The Checks menu counts what each bulk action would change.
     QToolButton *checks = h.browser->findChild<QToolButton *>(QStringLiteral("checksButton"));
@@ -195,6 +157,7 @@ TEST(BrowserScreenshots, CheckBadgesChecksMenuAndSinglePhoto)
     menu->popup(h.window.mapToGlobal(checks->geometry().bottomLeft() + QPoint(0, 8)));
     ASSERT_TRUE(QTest::qWaitForWindowExposed(menu));
     const int softCount = h.model.count(h.model.soft());
+    ASSERT_GT(softCount, 0) << "some soft frames are still unflagged";
     for (const auto &[item, count] : {std::pair{"Reject Soft Photos", softCount},
                                       {"Reject the Rest of Each Burst", h.model.count(h.model.restOfBursts())},
                                       {"Pick the Best of Each Burst", h.model.count(h.model.bestOfBurst())}}) {
@@ -206,26 +169,16 @@ TEST(BrowserScreenshots, CheckBadgesChecksMenuAndSinglePhoto)
     EXPECT_TRUE(menuItem(menu, QStringLiteral("Reject Photos with Closed Eyes (")));
     EXPECT_TRUE(menuItem(menu, QStringLiteral("Changes only photos you haven't picked or rejected · Ctrl+Z undoes")));
     QImage withMenu = h.window.grab().toImage();
-    {
-        QPainter painter(&withMenu);
-        painter.drawImage(h.window.mapFromGlobal(menu->pos()), menu->grab().toImage());
-    }
-    save(withMenu, QStringLiteral("browser-checks-menu.png"));
+    QPainter(&withMenu).drawImage(h.window.mapFromGlobal(menu->pos()), menu->grab().toImage());
+    saveScreenshot(withMenu, QStringLiteral("browser-checks-menu"));
     menu->close();
 
-    // A bulk action changes only unflagged soft shots, and the window's Ctrl+Z undoes it.
-    const RatingMap before = h.model.ratings();
+    // What a bulk action changes is the model's own test; here, that the item runs it.
     rejectSoft->trigger();
-    int rejected = 0;
-    for (const QString &id : h.model.soft())
-        rejected += h.model.rating(id).flag == Rating::Flag::reject && before.value(id).flag == Rating::Flag::none;
-    EXPECT_EQ(rejected, softCount);
-    h.press(Qt::Key_Z, QStringLiteral("\x1a"), Qt::ControlModifier);
-    EXPECT_EQ(h.model.ratings(), before);
+    EXPECT_EQ(h.model.count(h.model.soft()), 0);
 
     QAction *showBadges = menuItem(menu, QStringLiteral("Show Check Badges"));
-    ASSERT_TRUE(showBadges);
-    EXPECT_TRUE(showBadges->isChecked());
+    ASSERT_TRUE(showBadges && showBadges->isChecked());
     showBadges->trigger();
     EXPECT_FALSE(h.model.showChecks());
     EXPECT_FALSE(h.grid->cell(0).checks);
@@ -240,5 +193,5 @@ TEST(BrowserScreenshots, CheckBadgesChecksMenuAndSinglePhoto)
     const QRect photo = h.single->photoRect();
     EXPECT_FALSE(photo.isEmpty());
     EXPECT_TRUE(h.single->rect().contains(photo));
-    save(h.window.grab().toImage(), QStringLiteral("browser-single-photo.png"));
+    saveScreenshot(h.window.grab().toImage(), QStringLiteral("browser-single-photo"));
 }

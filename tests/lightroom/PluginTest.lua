@@ -26,30 +26,12 @@ end
 
 local header = "# Kestrane Sorvi picks and rejects, for the Lightroom Classic plug-in. Safe to delete."
 
--- Reading and finding ------------------------------------------------------------------
-
-test("a list as Sorvi writes it", function()
-	local list = FlagsList.parse(table.concat({
-		header,
+test("reading a list: lines as Sorvi writes them, malformed ones skipped, CR LF and a byte-order mark", function()
+	local list = FlagsList.parse("\239\187\191" .. table.concat({
 		"1\t3\tRed\tDCIM/100CANON/IMG_0001.CR3",
+		header, "", "   ",
 		"-1\t0\t\tDCIM/100CANON/IMG_0002.CR3",
 		"0\t0\tPurple\tIMG_0003.ARW",
-	}, "\n") .. "\n")
-	equal(list.count, 3, "lines read")
-	local pick = FlagsList.lookup(list, "DCIM/100CANON/IMG_0001.CR3")
-	equal(pick.flag, 1, "pick")
-	equal(pick.stars, 3, "stars")
-	equal(pick.label, "Red", "label")
-	local reject = FlagsList.lookup(list, "DCIM/100CANON/IMG_0002.CR3")
-	equal(reject.flag, -1, "reject")
-	equal(reject.label, "", "no label")
-	equal(FlagsList.lookup(list, "IMG_0003.ARW").flag, 0, "label only: no flag")
-	equal(FlagsList.lookup(list, "DCIM/100CANON/IMG_0004.CR3"), nil, "unlisted photo")
-end)
-
-test("malformed lines are skipped, CRLF and a byte-order mark are accepted", function()
-	local list = FlagsList.parse("\239\187\191" .. table.concat({
-		header, "", "   ",
 		"#1\t0\t\tcommented.CR3",
 		"2\t0\t\tbadflag.CR3",
 		"pick\t0\t\tword.CR3",
@@ -58,13 +40,16 @@ test("malformed lines are skipped, CRLF and a byte-order mark are accepted", fun
 		"1\t0\tthreefields.CR3",
 		"1\t0\t\t",
 		"1 0  spaces.CR3",
-		"-1\t2\tBlue\tgood one.CR3",
 		"1\t0\t\tname\twith tab.CR3",
 	}, "\r\n") .. "\r\n")
-	equal(list.count, 2, "lines read")
-	equal(FlagsList.lookup(list, "good one.CR3").flag, -1, "line ending in CR LF")
+	equal(list.count, 4, "lines read")
+	local pick = FlagsList.lookup(list, "DCIM/100CANON/IMG_0001.CR3")
+	equal(pick and (pick.flag .. " " .. pick.stars .. " " .. pick.label), "1 3 Red", "first line, after the mark")
+	local reject = FlagsList.lookup(list, "DCIM/100CANON/IMG_0002.CR3")
+	equal(reject.flag .. " " .. reject.stars .. " " .. reject.label, "-1 0 ", "reject without a label")
+	equal(FlagsList.lookup(list, "IMG_0003.ARW").flag, 0, "label only: no flag")
 	equal(FlagsList.lookup(list, "name\twith tab.CR3").flag, 1, "tab inside a name")
-	for _, name in ipairs({ "commented.CR3", "badflag.CR3", "word.CR3", "badstars.CR3", "fraction.CR3" }) do
+	for _, name in ipairs({ "commented.CR3", "badflag.CR3", "word.CR3", "badstars.CR3", "fraction.CR3", "IMG_0004.CR3" }) do
 		equal(FlagsList.lookup(list, name), nil, name)
 	end
 	equal(FlagsList.parse("").count, 0, "empty file")
@@ -101,30 +86,11 @@ test("paths: normalising, parents and relative paths", function()
 	equal(#FlagsList.parentFolders("/"), 0, "root has no parent")
 
 	equal(FlagsList.join("/", FlagsList.fileName), "/.kestrane-sorvi-flags.txt", "list at the root")
-	equal(FlagsList.join("C:/Photos", "x"), "C:/Photos/x", "list in a folder")
 	equal(FlagsList.relativePath("/Volumes/CARD/DCIM/IMG_0001.CR3", "/Volumes/CARD"), "DCIM/IMG_0001.CR3", "below")
 	equal(FlagsList.relativePath("/Volumes/CARD/IMG_0001.CR3", "/"), "Volumes/CARD/IMG_0001.CR3", "below the root")
 	equal(FlagsList.relativePath("C:/IMG_0001.CR3", "C:/"), "IMG_0001.CR3", "below a drive")
 	equal(FlagsList.relativePath("/Volumes/CARD2/IMG_0001.CR3", "/Volumes/CARD"), nil, "sibling sharing a prefix")
 	equal(FlagsList.relativePath("/Volumes/CARD", "/Volumes/CARD"), nil, "the folder itself")
-end)
-
-test("finding the nearest list that names the photo", function()
-	local lists = {
-		["/cards/A"] = FlagsList.parse("-1\t0\t\tDCIM/IMG_0001.CR3\n1\t0\t\tDCIM/IMG_0002.CR3\n"),
-		["/cards/A/DCIM"] = FlagsList.parse("1\t0\t\tIMG_0001.CR3\n"),
-	}
-	local asked = {}
-	local function listIn(folder)
-		asked[#asked + 1] = folder
-		return lists[folder]
-	end
-	equal(FlagsList.find("/cards/A/DCIM/IMG_0001.CR3", listIn).flag, 1, "nearer list wins")
-	equal(table.concat(asked, "|"), "/cards/A/DCIM", "walk stops at the first list naming it")
-	equal(FlagsList.find("/cards/A/DCIM/IMG_0002.CR3", listIn).flag, 1, "nearer list without it: card root")
-	asked = {}
-	equal(FlagsList.find("/cards/A/DCIM/IMG_0003.CR3", listIn), nil, "no list names it")
-	equal(table.concat(asked, "|"), "/cards/A/DCIM|/cards/A|/cards|/", "walked up to the root")
 end)
 
 -- The Library command, with a stand-in SDK ---------------------------------------------
@@ -220,8 +186,10 @@ writeFile(card .. "/" .. FlagsList.fileName, header .. "\n"
 	.. "1\t3\tRed\tDCIM/100CANON/IMG_0001.CR3\n"
 	.. "1\t3\tRed\tDCIM/100CANON/IMG_0001.JPG\n"
 	.. "-1\t0\t\tDCIM/100CANON/IMG_0002.CR3\n"
-	.. "0\t2\t\tDCIM/100CANON/IMG_0003.CR3\n"
+	.. "-1\t2\t\tDCIM/100CANON/IMG_0003.CR3\n"
 	.. "1\t0\t\tDCIM/100CANON/IMG_0005.CR3\n")
+-- A nearer list names one photo of the card's; the others are still found in the card's list.
+writeFile(shot .. "/" .. FlagsList.fileName, header .. "\n0\t2\t\tIMG_0003.CR3\n")
 writeFile(copies .. "/" .. FlagsList.fileName, header .. "\n-1\t0\t\tIMG_0007.CR3\r\n")
 
 local photos = {
@@ -235,8 +203,8 @@ local photos = {
 	nowhere = makePhoto(base .. "/elsewhere/IMG_0009.CR3", 0),
 }
 local selection = {}
-for _, name in ipairs({ "added", "alreadyPicked", "rejected", "cleared", "unlisted", "caseChanged", "copied", "nowhere" }) do
-	selection[#selection + 1] = photos[name]
+for _, photo in pairs(photos) do
+	selection[#selection + 1] = photo
 end
 
 test("flags from a card's list and a copy's list are applied in one catalog step, once", function()
@@ -247,7 +215,7 @@ test("flags from a card's list and a copy's list are applied in one catalog step
 	equal(run.writes[1], "Apply Sorvi Picks and Rejects", "undo step name")
 	equal(photos.added.pickStatus, 1, "pick")
 	equal(photos.rejected.pickStatus, -1, "reject")
-	equal(photos.cleared.pickStatus, 0, "flag cleared")
+	equal(photos.cleared.pickStatus, 0, "flag cleared by the nearer list")
 	equal(photos.caseChanged.pickStatus, 1, "name with changed case")
 	equal(photos.copied.pickStatus, -1, "list in the copy folder, CR LF line")
 	equal(photos.alreadyPicked.sets, 0, "an unchanged flag isn't rewritten")
@@ -259,7 +227,7 @@ test("flags from a card's list and a copy's list are applied in one catalog step
 	equal(#run.writes, 0, "write steps again")
 end)
 
-test("the wording for one photo, and where Sorvi puts the list when none is found", function()
+test("the wording for one photo, the list's name when none is found, and a busy catalog", function()
 	photos.added.pickStatus = 0
 	local message = runCommand({ photos.added, photos.nowhere })
 	equal(message.info, "1 photo changed. 1 selected photo isn't in any Sorvi flags list.", "message")
@@ -268,14 +236,12 @@ test("the wording for one photo, and where Sorvi puts the list when none is foun
 	equal(string.find(message.info, "0 photos changed. 1 selected photo isn't in any Sorvi flags list. "
 		.. "Sorvi writes the list as .kestrane-sorvi-flags.txt", 1, true), 1, "message without a list")
 	equal(#run.writes, 0, "write steps")
-end)
 
-test("a busy catalog is reported and nothing is set", function()
 	photos.added.pickStatus = 0
-	local message = runCommand({ photos.added }, true)
-	equal(message.style, "critical", "style")
+	message = runCommand({ photos.added }, true)
+	equal(message.style, "critical", "style when busy")
 	equal(string.find(message.info, "Couldn't apply the picks and rejects: the catalog stayed busy", 1, true), 1,
-		"message")
+		"message when busy")
 	equal(photos.added.pickStatus, 0, "flag untouched")
 end)
 
