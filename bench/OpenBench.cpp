@@ -4,6 +4,7 @@
 // (real files with full EXIF) copied under camera-style names, and removed afterwards.
 // The on-device checks are left off: they are measured by bench_face.
 
+#include "SorviKit/core/FileError.h"
 #include "SorviKit/demo/DemoShoot.h"
 #include "SorviApp/model/SorviModel.h"
 
@@ -149,7 +150,13 @@ int main(int argc, char **argv)
     ShotScanner::initializeMetadataReader();
 
     const QString demo = work.filePath(QStringLiteral("demo")), card = work.filePath(QStringLiteral("card"));
-    const QStringList sources = DemoShoot::write(demo, DemoShoot::defaultCount).ok ? demoJpegs(demo) : QStringList();
+    QStringList sources;
+    try {
+        DemoShoot::write(demo, DemoShoot::defaultCount);
+        sources = demoJpegs(demo);
+    } catch (const FileError &error) {
+        std::fprintf(stderr, "bench_open: %s\n", qPrintable(error.description()));
+    }
     const std::optional<qint64> bytes = sources.isEmpty() ? std::nullopt : writeCard(card, sources);
     if (!bytes) {
         std::fprintf(stderr, "bench_open: could not write the card in %s\n", qPrintable(work.path()));

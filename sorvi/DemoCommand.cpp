@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "SorviKit/core/FileError.h"
 #include "SorviKit/demo/DemoShoot.h"
 #include "Terminal.h"
 
@@ -74,17 +75,17 @@ int Commands::demo(const QStringList &args)
         return 2;
     }
     Terminal::ProgressLine line;
-    const DemoShoot::WriteResult result = DemoShoot::write(parsed.dir, parsed.count, [&line](int done, int total) {
-        line.show(QStringLiteral("Writing demo photos: %1/%2").arg(done).arg(total));
-    });
-    line.clear();
-    if (!result.ok) {
-        Terminal::printErr(QStringLiteral("sorvi: %1\n").arg(result.error));
-        if (result.written > 0)
-            Terminal::printErr(QStringLiteral("sorvi: %1 written before the failure\n")
-                                   .arg(Wording::counted(result.written, QStringLiteral("file"))));
+    DemoShoot::WriteResult result;
+    try {
+        result = DemoShoot::write(parsed.dir, parsed.count, [&line](int done, int total) {
+            line.show(QStringLiteral("Writing demo photos: %1/%2").arg(done).arg(total));
+        });
+    } catch (const FileError &error) {
+        line.clear();
+        Terminal::printErr(QStringLiteral("sorvi: %1\n").arg(error.description()));
         return 1;
     }
+    line.clear();
     Terminal::printOut(QStringLiteral("Wrote %1 in %2 to %3 (%4)\n")
                            .arg(Wording::counted(result.photos, QStringLiteral("photo")),
                                 Wording::counted(result.written, QStringLiteral("file")),

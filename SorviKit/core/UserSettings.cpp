@@ -3,33 +3,12 @@
 #include "SorviKit/core/OwnFile.h"
 
 #include <QDir>
-#include <QMutex>
-#include <QSet>
 #include <QSettings>
 #include <QTemporaryDir>
 
 #include <optional>
 
 namespace {
-
-QMutex preparedLock;
-QSet<QString> prepared; ///< settings files whose first write of this process was looked at; under preparedLock
-
-// True for the first caller per file; a file given back is looked at again next time.
-bool claimFirstWrite(const QString &file)
-{
-    const QMutexLocker locker(&preparedLock);
-    if (prepared.contains(file))
-        return false;
-    prepared.insert(file);
-    return true;
-}
-
-void giveBack(const QString &file)
-{
-    const QMutexLocker locker(&preparedLock);
-    prepared.remove(file);
-}
 
 // Whether Qt parses `bytes` in full. Asked of a private copy: within a process QSettings
 // parses a file once and reports the error only to the object that parsed it, so an
@@ -57,22 +36,19 @@ QVariantMap readableValues(const QString &file, QSettings::Format format)
     return values;
 }
 
-// Before the first write of this process over a file that does not parse: keeps the file
-// aside and says where, or says why it couldn't; `readable` gets what Qt read of it.
+// Before a write over a file that does not parse: keeps the file aside and says where, or
+// says why it couldn't; `readable` gets what Qt read of it. Once kept aside and written
+// again the file parses, so the notice is given once.
 UserSettings::Outcome keepUnparsedAside(const QString &file, QSettings::Format format, QVariantMap &readable)
 {
-    if (!claimFirstWrite(file))
-        return {};
     const std::optional<QByteArray> bytes = OwnFile::read(file);
     if (!bytes || parsesInFull(*bytes, format))
         return {};
     readable = readableValues(file, format);
     const OwnFile::KeptAside kept = OwnFile::keepAside(file);
-    if (kept.path.isEmpty()) {
-        giveBack(file);
+    if (kept.path.isEmpty())
         return {{}, QStringLiteral("Couldn't keep the unreadable settings file %1 aside, so nothing was saved: %2")
                         .arg(QDir::toNativeSeparators(file), kept.error)};
-    }
     return {QStringLiteral("The settings file could not be read in full; it was kept as %1.")
                 .arg(QDir::toNativeSeparators(kept.path)),
             {}};

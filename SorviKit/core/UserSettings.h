@@ -11,15 +11,15 @@ class QSettings;
 /// value that can't be read is simply absent.
 ///
 /// Qt rewrites the whole file on every save and leaves out whatever it could not parse
-/// (a line without "=", binary bytes, an unclosed "[section"), so before the first write
-/// of this process to a file that does not parse, the file is kept aside byte for byte
+/// (a line without "=", binary bytes, an unclosed "[section"), so before a write to a file
+/// that does not parse, the file is kept aside byte for byte
 /// ("Sorvi.unreadable-TIME.conf") and what Qt could read of it is written again with the
 /// change. Writes land on the disk at once. Any thread with a QCoreApplication.
 namespace UserSettings {
 
 /// What one write came to; both texts are sentences the user reads.
 struct [[nodiscard]] Outcome {
-    QString notice; ///< once per file and process: where a settings file that did not parse was kept
+    QString notice; ///< where a settings file that did not parse was kept, said by the write that kept it
     QString error;  ///< why the change is not on the disk; empty when it is
     bool failed() const { return !error.isEmpty(); }
     /// The notice and the error as one line for a warning, empty when there is nothing to say.

@@ -1,4 +1,6 @@
 #include "SorviKit/demo/DemoShoot.h"
+#include "SorviKit/core/FileError.h"
+#include "SorviKit/core/Wording.h"
 
 #include "SorviKit/demo/DemoExif.h"
 #include "SorviKit/demo/DemoRaw.h"
@@ -384,9 +386,9 @@ WriteResult write(const QString &dir, int count, const std::function<void(int, i
     const QList<DemoFrame> frames = plan(count);
     const QDir root(dir);
     if (const auto error = refuseExisting(root, frames))
-        return {false, *error, 0};
+        throw FileError(*error);
     if (const auto error = makeFolders(root, frames))
-        return {false, *error, 0};
+        throw FileError(*error);
 
     Tally tally;
     QList<int> indices(frames.size());
@@ -400,7 +402,11 @@ WriteResult write(const QString &dir, int count, const std::function<void(int, i
     });
     tally.reportUntil(int(frames.size()), progress);
     work.waitForFinished();
-    return {!tally.failed, tally.error, tally.written, tally.photos};
+    if (tally.failed)
+        throw FileError(tally.written == 0 ? tally.error
+                                           : QStringLiteral("%1 (%2 written before the failure.)")
+                                                 .arg(tally.error, Wording::counted(tally.written, QStringLiteral("file"))));
+    return {tally.written, tally.photos};
 }
 
 } // namespace DemoShoot

@@ -69,18 +69,18 @@ QList<DemoFrame> plan(int count);
 /// Every file of `frame` below the shoot folder, the DNG first as a scan lists them.
 QStringList relativePaths(const DemoFrame &frame);
 
+/// What a finished write made.
 struct WriteResult {
-    bool ok = false;
-    QString error;   ///< the sentence to show the user when !ok
-    int written = 0; ///< files completed, also when failing part way
-    int photos = 0;  ///< frames whose every file was completed
+    int written = 0; ///< files
+    int photos = 0;  ///< frames, every file of each
 };
 
 /// Writes the files of plan(count) below `dir`, creating folders as needed. Refuses,
 /// writing nothing, when any of the files already exists: never overwrites. Each file is
 /// written atomically. Uses the global thread pool; blocks until done. `progress`, when
 /// set, is called on the calling thread with the number of frames finished so far.
-/// Never throws.
+/// Throws FileError, whose description names the file and the cause (and how many files
+/// were written before the failure); files written before it stay.
 WriteResult write(const QString &dir, int count,
                   const std::function<void(int done, int total)> &progress = {});
 

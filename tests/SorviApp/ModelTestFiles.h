@@ -1,6 +1,7 @@
 #pragma once
 
 #include "SorviKit/library/Catalog.h"
+#include "SorviKit/core/FileError.h"
 #include "SorviKit/demo/DemoShoot.h"
 #include "SorviKit/library/ShotScanner.h"
 #include "SorviApp/model/SorviModel.h"
@@ -61,9 +62,11 @@ inline QString demoShoot(const QString &folder, int count)
     static QMap<int, QString> written;
     if (!written.contains(count)) {
         const QString dir = drawn.filePath(QString::number(count));
-        const DemoShoot::WriteResult result = DemoShoot::write(dir, count);
-        if (!result.ok)
-            ADD_FAILURE() << "demo shoot not written: " << result.error.toStdString();
+        try {
+            DemoShoot::write(dir, count);
+        } catch (const FileError &error) {
+            ADD_FAILURE() << "demo shoot not written: " << error.description().toStdString();
+        }
         written.insert(count, dir);
     }
     if (!copyTree(written[count], folder))
