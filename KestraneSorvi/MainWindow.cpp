@@ -57,6 +57,30 @@ void MainWindow::buildMenus()
     m_undo->setShortcutContext(Qt::ApplicationShortcut);
     m_undo->setEnabled(m_model.canUndo());
     connect(&m_model, &SorviModel::canUndoChanged, this, [this] { m_undo->setEnabled(m_model.canUndo()); });
+
+    // Switches of the single photo and the side panel. Their single-letter keys reach the
+    // menu because the browser leaves them alone.
+    QMenu *view = menuBar()->addMenu(QStringLiteral("&View"));
+    m_showInspector = toggle(view, QStringLiteral("Show Inspector"), QKeySequence(Qt::Key_I), m_model.showInspector(),
+                             &SorviModel::setShowInspector, &SorviModel::showInspectorChanged, &SorviModel::showInspector);
+    m_showClipping = toggle(view, QStringLiteral("Show Clipped Highlights and Shadows"), QKeySequence(Qt::Key_J),
+                            m_model.showClipping(), &SorviModel::setShowClipping, &SorviModel::showClippingChanged,
+                            &SorviModel::showClipping);
+    m_keepZoom = toggle(view, QStringLiteral("Keep Zoom When Moving"), QKeySequence(), m_model.keepZoom(),
+                        &SorviModel::setKeepZoom, &SorviModel::keepZoomChanged, &SorviModel::keepZoom);
+}
+
+QAction *MainWindow::toggle(QMenu *menu, const QString &text, const QKeySequence &key, bool on,
+                            void (SorviModel::*set)(bool), void (SorviModel::*changed)(),
+                            bool (SorviModel::*get)() const)
+{
+    QAction *action = menu->addAction(text);
+    action->setCheckable(true);
+    action->setChecked(on);
+    action->setShortcut(key);
+    connect(action, &QAction::toggled, &m_model, set);
+    connect(&m_model, changed, action, [this, action, get] { action->setChecked((m_model.*get)()); });
+    return action;
 }
 
 void MainWindow::showCurrentPage()

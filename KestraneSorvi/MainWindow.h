@@ -4,12 +4,14 @@
 
 class BrowserView;
 class QAction;
+class QKeySequence;
+class QMenu;
 class QStackedWidget;
 class SorviModel;
 class WelcomeView;
 
 /// The one main window: the welcome screen until a folder is open, then the browser, with
-/// the File and Edit menus. Wiring only; every decision lives in the model. GUI thread.
+/// the File, Edit and View menus. Wiring only; every decision lives in the model. GUI thread.
 class MainWindow : public QMainWindow {
     Q_OBJECT
 public:
@@ -24,6 +26,9 @@ public:
 
     QAction *undoAction() const { return m_undo; }
     QAction *openAction() const { return m_open; }
+    QAction *showInspectorAction() const { return m_showInspector; }
+    QAction *showClippingAction() const { return m_showClipping; }
+    QAction *keepZoomAction() const { return m_keepZoom; }
 
 protected:
     void dragEnterEvent(QDragEnterEvent *event) override;
@@ -32,6 +37,9 @@ protected:
 private:
     void buildMenus();
     void showCurrentPage();
+    /// A checkable menu item that follows and sets one of the model's switches.
+    QAction *toggle(QMenu *menu, const QString &text, const QKeySequence &key, bool on, void (SorviModel::*set)(bool),
+                    void (SorviModel::*changed)(), bool (SorviModel::*get)() const);
 
     SorviModel &m_model;
     QStackedWidget *m_pages = nullptr;
@@ -39,4 +47,7 @@ private:
     BrowserView *m_browser = nullptr;
     QAction *m_open = nullptr;
     QAction *m_undo = nullptr;
+    QAction *m_showInspector = nullptr;
+    QAction *m_showClipping = nullptr;
+    QAction *m_keepZoom = nullptr;
 };

@@ -32,6 +32,8 @@ SorviModel::SorviModel(Options options, QObject *parent)
     const QSettings settings;
     m_autoAdvance = settings.value(QLatin1String(autoAdvanceKey), true).toBool();
     m_showChecks = settings.value(QLatin1String(showChecksKey), true).toBool();
+    m_showInspector = settings.value(QLatin1String(showInspectorKey), false).toBool();
+    m_keepZoom = settings.value(QLatin1String(keepZoomKey), false).toBool();
     m_stepStatus = stepStatus();
     // Session tasks mostly wait for their loops, which run on the global pool; a few
     // may overlap while cancelled ones wind down.
@@ -144,6 +146,23 @@ void SorviModel::setShowChecks(bool on)
 {
     if (assign(m_showChecks, on, &SorviModel::showChecksChanged))
         noteSettingsWrite(UserSettings::setValue(QLatin1String(showChecksKey), on));
+}
+
+void SorviModel::setShowInspector(bool on)
+{
+    if (assign(m_showInspector, on, &SorviModel::showInspectorChanged))
+        noteSettingsWrite(UserSettings::setValue(QLatin1String(showInspectorKey), on));
+}
+
+void SorviModel::setKeepZoom(bool on)
+{
+    if (assign(m_keepZoom, on, &SorviModel::keepZoomChanged))
+        noteSettingsWrite(UserSettings::setValue(QLatin1String(keepZoomKey), on));
+}
+
+void SorviModel::setShowClipping(bool on)
+{
+    assign(m_showClipping, on, &SorviModel::showClippingChanged);
 }
 
 void SorviModel::setFolder(const QString &folder)
@@ -371,7 +390,9 @@ void SorviModel::move(int delta)
     if (!target)
         return;
     setSelection(visible[*target].id);
-    setZoomed(false);
+    // Keep Zoom looks at the next photo where this one was looked at.
+    if (!m_keepZoom)
+        setZoomed(false);
     prefetch(*target, visible);
 }
 

@@ -72,6 +72,9 @@ class SorviModel : public QObject {
     Q_PROPERTY(bool checking READ checking NOTIFY checkingChanged)
     Q_PROPERTY(int checked READ checked NOTIFY checkedChanged)
     Q_PROPERTY(bool showChecks READ showChecks WRITE setShowChecks NOTIFY showChecksChanged)
+    Q_PROPERTY(bool showInspector READ showInspector WRITE setShowInspector NOTIFY showInspectorChanged)
+    Q_PROPERTY(bool keepZoom READ keepZoom WRITE setKeepZoom NOTIFY keepZoomChanged)
+    Q_PROPERTY(bool showClipping READ showClipping WRITE setShowClipping NOTIFY showClippingChanged)
     Q_PROPERTY(bool canUndo READ canUndo NOTIFY canUndoChanged)
     Q_PROPERTY(QList<Shot> visibleShots READ visibleShots NOTIFY visibleShotsChanged)
     Q_PROPERTY(int step READ step NOTIFY stepChanged)
@@ -111,11 +114,13 @@ public:
     /// User-default keys of the two remembered switches.
     static constexpr char autoAdvanceKey[] = "AutoAdvance";
     static constexpr char showChecksKey[] = "ShowChecks";
+    static constexpr char showInspectorKey[] = "ShowInspector";
+    static constexpr char keepZoomKey[] = "KeepZoom";
     /// Preview sizes: the largest worth loading, and the one used without a screen.
     static constexpr int maximumScreenPixels = 3840;
     static constexpr int fallbackScreenPixels = 2560;
 
-    /// Created on the GUI thread. Reads "AutoAdvance" and "ShowChecks" from the default
+    /// Created on the GUI thread. Reads the remembered switches from the default
     /// QSettings (the application's organisation and name must be set before), prepares
     /// the metadata reader for worker threads and starts watching mounts.
     explicit SorviModel(QObject *parent = nullptr);
@@ -157,6 +162,10 @@ public:
     bool checking() const { return m_checking; }
     int checked() const { return m_checked; }
     bool showChecks() const { return m_showChecks; }
+    bool showInspector() const { return m_showInspector; } ///< the side panel beside the photos
+    /// Moving to another photo while zoomed stays zoomed at the same place and magnification.
+    bool keepZoom() const { return m_keepZoom; }
+    bool showClipping() const { return m_showClipping; } ///< highlight and shadow clipping marked on the photo
     bool canUndo() const { return !m_undoStack.isEmpty(); }
     /// One line for the status bar when something of ours could not be saved (until the
     /// next good write of that file) or a file of ours that could not be read was kept
@@ -175,6 +184,10 @@ public:
     /// Written back to the user default of the same name.
     void setAutoAdvance(bool on);
     void setShowChecks(bool on);
+    void setShowInspector(bool on);
+    void setKeepZoom(bool on);
+    /// Not remembered: clipping marks are a look taken now and then.
+    void setShowClipping(bool on);
 
     /// Opens a folder: shows its shots and ratings as soon as they are listed, then reads
     /// details, groups bursts and runs the checks in the background. Never fails visibly:
@@ -194,8 +207,9 @@ public:
     /// Replaces aiPicks with (shot id, reason) pairs; a later pair for an id wins.
     void setAIPicks(const QList<std::pair<QString, QString>> &picks);
 
-    /// Moves the selection `delta` places through visibleShots without wrapping; a
-    /// selection the filter hides counts as lying between its visible neighbours.
+    /// Moves the selection `delta` places through visibleShots without wrapping, and leaves
+    /// zoom unless keepZoom is on; a selection the filter hides counts as lying between
+    /// its visible neighbours.
     void move(int delta);
     /// If the selection is not visible, selects the first visible shot (or none).
     void keepSelectionVisible();
@@ -270,6 +284,9 @@ signals:
     void checkingChanged();
     void checkedChanged();
     void showChecksChanged();
+    void showInspectorChanged();
+    void keepZoomChanged();
+    void showClippingChanged();
     void canUndoChanged();
     /// Emitted whenever shots, ratings, filter, minimum or AI picks changed.
     void visibleShotsChanged();
@@ -345,6 +362,9 @@ private:
     bool m_checking = false;
     int m_checked = 0;
     bool m_showChecks = true;
+    bool m_showInspector = false;
+    bool m_keepZoom = false;
+    bool m_showClipping = false;
 
     QList<RatingMap> m_undoStack; ///< what each action replaced, oldest first
     std::shared_ptr<FolderSession> m_session; ///< the open folder's; cancelled when replaced

@@ -1,7 +1,8 @@
 #include "SorviApp/views/BrowserView.h"
 
 #include "SorviApp/views/GridView.h"
-#include "SorviApp/views/SinglePhotoView.h"
+#include "SorviApp/views/InspectorView.h"
+#include "SorviApp/views/LoupeView.h"
 #include "SorviApp/model/SorviModel.h"
 #include "KestraneStyle/StepBar.h"
 
@@ -17,6 +18,8 @@
 #include <QPushButton>
 #include <QStackedWidget>
 #include <QToolButton>
+
+#include <cmath>
 
 namespace {
 
@@ -91,7 +94,7 @@ BrowserView::BrowserView(SorviModel &model, QWidget *parent) : QWidget(parent), 
     // The grid connects to the model first, so its cells are current when the count
     // line reads them.
     m_grid = new GridView(model, this);
-    m_single = new SinglePhotoView(model, this);
+    m_loupe = new LoupeView(model, this);
     m_gridColumns = m_grid->columns();
     connect(m_grid, &GridView::columnsChanged, this, [this](int columns) { m_gridColumns = columns; });
 
@@ -99,14 +102,21 @@ BrowserView::BrowserView(SorviModel &model, QWidget *parent) : QWidget(parent), 
     m_lookingPage = makeLookingPage();
     m_nothingFoundPage = makeNothingFoundPage();
     for (QWidget *page : {m_lookingPage, m_nothingFoundPage, static_cast<QWidget *>(m_grid),
-                          static_cast<QWidget *>(m_single)})
+                          static_cast<QWidget *>(m_loupe)})
         m_stack->addWidget(page);
 
     auto *column = new QVBoxLayout(this);
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(0);
     column->addWidget(makeToolbar());
-    column->addWidget(m_stack, 1);
+    // The inspector sits beside the photos in both modes.
+    auto *photos = new QHBoxLayout;
+    photos->setContentsMargins(0, 0, 0, 0);
+    photos->setSpacing(0);
+    photos->addWidget(m_stack, 1);
+    m_inspector = new InspectorView(model, this);
+    photos->addWidget(m_inspector);
+    column->addLayout(photos, 1);
     column->addWidget(makeStatusBar());
 
     for (auto signal : {&SorviModel::shotsChanged, &SorviModel::loadingChanged, &SorviModel::modeChanged})
@@ -126,6 +136,9 @@ BrowserView::BrowserView(SorviModel &model, QWidget *parent) : QWidget(parent), 
     connect(&model, &SorviModel::minimumStarsChanged, this, &BrowserView::refreshStars);
     connect(&model, &SorviModel::checkingChanged, this, &BrowserView::refreshChecksButton);
     connect(&model, &SorviModel::showChecksChanged, this, [this] { m_showBadges->setChecked(m_model.showChecks()); });
+    connect(&model, &SorviModel::showInspectorChanged, this,
+            [this] { m_inspector->setVisible(m_model.showInspector()); });
+    m_inspector->setVisible(m_model.showInspector());
 
     refreshPage();
     refreshCount();
@@ -305,7 +318,7 @@ void BrowserView::refreshWarning()
 
 void BrowserView::refreshPage()
 {
-    QWidget *page = m_model.mode() == Mode::grid ? static_cast<QWidget *>(m_grid) : m_single;
+    QWidget *page = m_model.mode() == Mode::grid ? static_cast<QWidget *>(m_grid) : m_loupe;
     if (m_model.shots().isEmpty())
         page = m_model.loading() ? m_lookingPage : m_nothingFoundPage;
     m_stack->setCurrentWidget(page);
@@ -398,6 +411,7 @@ void BrowserView::apply(const KeyAction &action)
         m_model.setZoomAnchor(QPointF(0.5, 0.5));
         m_model.setZoomed(!m_model.zoomed());
         break;
+    case Kind::magnify: m_loupe->magnifyBy(std::pow(2.0, action.amount / 2.0)); break;
     case Kind::setStars: m_model.setStars(action.amount); break;
     case Kind::setLabel: m_model.setLabel(action.label); break;
     case Kind::pick: m_model.pick(); break;

@@ -5,23 +5,25 @@
 #include <QWidget>
 
 class GridView;
+class InspectorView;
+class LoupeView;
 class QActionGroup;
 class QComboBox;
 class QLabel;
 class QMenu;
 class QStackedWidget;
 class QToolButton;
-class SinglePhotoView;
 class SorviModel;
 class StepBar;
 
 /// The main window's content while a folder is open: a toolbar (close the folder, which
 /// photos to show, a star minimum, grid or single photo, the checks' bulk actions), the
-/// count line, the photos as a grid or one at a time (or the scan's empty states), and a
-/// status bar with the step bar and the selected shot's burst. It holds no state of its
-/// own beyond the grid's column count: it reads the model and calls its operations, and
-/// with keyboard focus it rates and moves through the shoot by the keyboard map. Presses
-/// with Ctrl are never taken, so the window's menu shortcuts (undo) always get them.
+/// count line, the photos as a grid or one at a time (or the scan's empty states) with the
+/// inspector beside them when it is shown, and a status bar with the step bar and the
+/// selected shot's burst. It holds no state of its own beyond the grid's column count: it
+/// reads the model and calls its operations, and with keyboard focus it rates and moves
+/// through the shoot by the keyboard map. Presses with Ctrl are never taken, so the
+/// window's menu shortcuts (undo) always get them.
 /// GUI thread; the model must outlive the view.
 class BrowserView : public QWidget {
     Q_OBJECT
@@ -64,7 +66,8 @@ private:
     SorviModel &m_model;
     int m_gridColumns = 1;
     GridView *m_grid = nullptr;
-    SinglePhotoView *m_single = nullptr;
+    LoupeView *m_loupe = nullptr;
+    InspectorView *m_inspector = nullptr;
     QStackedWidget *m_stack = nullptr;
     QWidget *m_lookingPage = nullptr;
     QWidget *m_nothingFoundPage = nullptr;

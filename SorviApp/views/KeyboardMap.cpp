@@ -41,11 +41,18 @@ std::optional<KeyAction> specialKey(int key, Mode mode, bool zoomed, int gridCol
     }
 }
 
-KeyAction typed(const QString &text, Mode mode)
+KeyAction typed(const QString &text, Mode mode, bool zoomed)
 {
     if (text.size() != 1)
         return {};
     const QChar c = text.front().toLower();
+    if (zoomed && mode == Mode::loupe) {
+        // "=" shares the plus key on most layouts, so it zooms in unshifted.
+        if (c == QLatin1Char('+') || c == QLatin1Char('='))
+            return make(Kind::magnify, 1);
+        if (c == QLatin1Char('-'))
+            return make(Kind::magnify, -1);
+    }
     if (c >= QLatin1Char('0') && c <= QLatin1Char('5'))
         return make(Kind::setStars, c.digitValue());
     switch (c.unicode()) {
@@ -72,5 +79,5 @@ KeyAction KeyboardMap::action(int key, Qt::KeyboardModifiers modifiers, const QS
         return {};
     if (const std::optional<KeyAction> special = specialKey(key, mode, zoomed, gridColumns))
         return *special;
-    return typed(text, mode);
+    return typed(text, mode, zoomed);
 }

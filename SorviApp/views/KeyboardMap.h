@@ -17,6 +17,7 @@ struct KeyAction {
         showSingle,  ///< mode = single photo
         unzoom,      ///< zoomed = false
         toggleZoom,  ///< zoomAnchor = centre, then toggle zoomed
+        magnify,     ///< while zoomed, magnify by 2^(`amount` / 2): + and − step by half a doubling
         setStars,    ///< stars = `amount` (0 clears); advances
         setLabel,    ///< toggle `label`; stays
         pick,        ///< toggle pick; advances

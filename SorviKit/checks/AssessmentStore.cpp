@@ -4,6 +4,7 @@
 #include "SorviKit/core/JsonText.h"
 
 #include <QDir>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -17,6 +18,33 @@ QByteArray number(double value)
     return QByteArray::number(value, 'g', 17);
 }
 
+QByteArray encodeMarks(const QList<FaceMark> &marks)
+{
+    QByteArrayList entries;
+    for (const FaceMark &mark : marks)
+        entries << "{\"x\":" + number(mark.box.x()) + ",\"y\":" + number(mark.box.y()) + ",\"w\":"
+                       + number(mark.box.width()) + ",\"h\":" + number(mark.box.height())
+                       + ",\"eyesClosed\":" + (mark.eyesClosed ? "true" : "false") + "}";
+    return "[" + entries.join(',') + "]";
+}
+
+// An array of marks, each with all its fields; anything else is malformed.
+std::optional<QList<FaceMark>> decodeMarks(const QJsonValue &value)
+{
+    if (!value.isArray())
+        return std::nullopt;
+    QList<FaceMark> marks;
+    for (const QJsonValue &entry : value.toArray()) {
+        const QJsonObject object = entry.toObject();
+        const QJsonValue x = object.value("x"), y = object.value("y"), w = object.value("w"),
+                         h = object.value("h"), closed = object.value("eyesClosed");
+        if (!x.isDouble() || !y.isDouble() || !w.isDouble() || !h.isDouble() || !closed.isBool())
+            return std::nullopt;
+        marks.append({QRectF(x.toDouble(), y.toDouble(), w.toDouble(), h.toDouble()), closed.toBool()});
+    }
+    return marks;
+}
+
 std::optional<Assessment> decodeOne(const QJsonValue &value)
 {
     const QJsonObject object = value.toObject();
@@ -26,7 +54,14 @@ std::optional<Assessment> decodeOne(const QJsonValue &value)
         return std::nullopt;
     if (!quality.isUndefined() && !quality.isDouble() && !quality.isNull())
         return std::nullopt;
+    // Results stored before faces were kept have no marks.
+    const QJsonValue marksValue = object.value("faceMarks");
+    const std::optional<QList<FaceMark>> marks =
+        marksValue.isUndefined() ? QList<FaceMark>() : decodeMarks(marksValue);
+    if (!marks)
+        return std::nullopt;
     Assessment assessment;
+    assessment.faceMarks = *marks;
     assessment.sharpness = sharpness.toDouble();
     assessment.faces = faces.toInt();
     assessment.eyesClosed = eyesClosed.toInt();
@@ -92,7 +127,8 @@ QByteArray AssessmentStore::encode(const QHash<QString, Assessment> &results)
         const Assessment &a = results[ids[i]];
         json += (i ? "," : "") + JsonText::quoted(ids[i]) + ":{\"sharpness\":" + number(a.sharpness)
             + ",\"faces\":" + QByteArray::number(a.faces) + ",\"eyesClosed\":" + QByteArray::number(a.eyesClosed)
-            + (a.faceQuality ? ",\"faceQuality\":" + number(*a.faceQuality) : QByteArray()) + "}";
+            + (a.faceQuality ? ",\"faceQuality\":" + number(*a.faceQuality) : QByteArray())
+            + (a.faceMarks.isEmpty() ? QByteArray() : ",\"faceMarks\":" + encodeMarks(a.faceMarks)) + "}";
     }
     return json + "}}";
 }

@@ -38,9 +38,11 @@ public:
     void flush() const { m_file->flush(); }
 
     /// The file's content: {"version":2,"results":{id:{"sharpness","faces","eyesClosed"
-    /// [,"faceQuality"]}}}, "faceQuality" only when present.
+    /// [,"faceQuality"][,"faceMarks"]}}}, "faceQuality" only when present, "faceMarks"
+    /// ([{"x","y","w","h","eyesClosed"}, …]) only when there are marks.
     static QByteArray encode(const QHash<QString, Assessment> &results);
     /// The results of a version-2 document, or none when it is malformed or of another version.
+    /// An entry without "faceMarks" has none.
     static std::optional<QHash<QString, Assessment>> decode(const QByteArray &json);
 
 private:

@@ -112,6 +112,7 @@ Assessment assess(const QImage &image, int orientation,
     result.faces = found.faces;
     result.eyesClosed = found.eyesClosed;
     result.faceQuality = found.faceQuality;
+    result.faceMarks = found.faceMarks; // fractions of the upright picture, as stored
     return result;
 }
 

@@ -146,42 +146,43 @@ std::optional<QImage> largerGrey(const QImage &grey,
     return picture->convertToFormat(QImage::Format_Grayscale8);
 }
 
-struct EyeCount {
-    int faces = 0;
-    int closed = 0;
-};
-
-// The eye pass: the counted faces carried over to `eyes` and judged there. Faces whose eyes
-// could not be judged are not kept.
-EyeCount judgeEyes(const FaceModels &models, const QImage &eyes, const std::vector<Face> &counted,
-                   double scale)
+// The eye pass: the counted faces carried over to `eyes` and judged there, one verdict
+// (closed or not) per face; none for a face whose eyes could not be judged.
+std::vector<std::optional<bool>> judgeEyes(const FaceModels &models, const QImage &eyes,
+                                           const std::vector<Face> &counted, double scale)
 {
-    EyeCount count;
+    std::vector<std::optional<bool>> verdicts;
     for (const Face &face : counted) {
         const QRectF box(face.box.topLeft() * scale, face.box.size() * scale);
-        if (!wideEnough(box, eyes.width()))
+        const std::optional<FaceShape> shape =
+            wideEnough(box, eyes.width()) ? models.shape(eyes, box, true) : std::nullopt;
+        if (!shape || !shape->eyesSeen) {
+            verdicts.push_back(std::nullopt);
             continue;
-        const std::optional<FaceShape> shape = models.shape(eyes, box, true);
-        if (!shape || !shape->eyesSeen)
-            continue;
-        ++count.faces;
+        }
         const bool leftClosed = FaceCheck::eyeClosed(
             FaceCheck::eyeAspectRatio(eyePoints(*shape, 36)), (*shape->eyesSeen)[0]);
         const bool rightClosed = FaceCheck::eyeClosed(
             FaceCheck::eyeAspectRatio(eyePoints(*shape, 42)), (*shape->eyesSeen)[1]);
-        if (leftClosed && rightClosed)
-            ++count.closed;
+        verdicts.push_back(leftClosed && rightClosed);
     }
-    return count;
+    return verdicts;
 }
 
-int closedByOpenness(const std::vector<Face> &counted)
+bool closedByOpenness(const Face &face)
 {
-    return int(std::count_if(counted.begin(), counted.end(), [](const Face &face) {
-        return face.shape
-               && FaceCheck::openness(eyePoints(*face.shape, 36)) < FaceCheck::opennessThreshold
-               && FaceCheck::openness(eyePoints(*face.shape, 42)) < FaceCheck::opennessThreshold;
-    }));
+    return face.shape
+           && FaceCheck::openness(eyePoints(*face.shape, 36)) < FaceCheck::opennessThreshold
+           && FaceCheck::openness(eyePoints(*face.shape, 42)) < FaceCheck::opennessThreshold;
+}
+
+// The box as fractions of the picture, so that it fits any size of the same frame; the
+// detector's boxes may reach past the edges.
+QRectF fractionOf(const QRectF &box, QSize picture)
+{
+    const QRectF fraction(box.x() / picture.width(), box.y() / picture.height(),
+                          box.width() / picture.width(), box.height() / picture.height());
+    return fraction & QRectF(0, 0, 1, 1);
 }
 
 } // namespace
@@ -210,19 +211,24 @@ FaceFindings check(const FaceModels &models, const QImage &working,
             counted.push_back(face);
     }
     findings.eyeReport = eyeReport(faces, grey.width());
-    findings.faces = int(counted.size());
     if (counted.empty())
         return findings;
 
     const std::optional<QImage> big = largerGrey(grey, larger);
     const QImage &eyes = big ? *big : grey;
-    const EyeCount judged = judgeEyes(models, eyes, counted, double(eyes.width()) / grey.width());
-    if (judged.faces > 0) {
-        findings.faces = std::max(judged.faces, findings.faces);
-        findings.eyesClosed = judged.closed;
-    } else {
-        findings.eyesClosed = closedByOpenness(counted);
+    const std::vector<std::optional<bool>> verdicts =
+        judgeEyes(models, eyes, counted, double(eyes.width()) / grey.width());
+    // Once the eye pass judged any face it decides for all (a face it could not judge counts
+    // as open); only when it judged none does the working picture's openness decide. The
+    // counts are taken from the marks so that the two can never disagree.
+    const bool eyePassJudged = std::any_of(verdicts.begin(), verdicts.end(),
+                                           [](const std::optional<bool> &v) { return v.has_value(); });
+    for (std::size_t i = 0; i < counted.size(); ++i) {
+        const bool closed = eyePassJudged ? verdicts[i].value_or(false) : closedByOpenness(counted[i]);
+        findings.faceMarks.append({fractionOf(counted[i].box, grey.size()), closed});
+        findings.eyesClosed += closed ? 1 : 0;
     }
+    findings.faces = int(findings.faceMarks.size());
     return findings;
 }
 

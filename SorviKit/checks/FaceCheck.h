@@ -1,5 +1,7 @@
 #pragma once
 
+#include "SorviKit/checks/Assessment.h"
+
 #include <QImage>
 #include <QPointF>
 #include <QString>
@@ -16,6 +18,10 @@ struct FaceFindings {
     int faces = 0;
     /// Of those, the faces with both eyes closed.
     int eyesClosed = 0;
+    /// The counted faces, most confident first: their boxes as fractions of the picture
+    /// (clipped to it) and whether their eyes were judged closed. There are `faces` marks,
+    /// `eyesClosed` of them closed.
+    QList<FaceMark> faceMarks;
     /// The best face quality (0…1, see FaceCheck::check) among all faces found, the narrow
     /// ones too; absent when no face was found.
     std::optional<double> faceQuality;

@@ -52,7 +52,7 @@ TEST(RatingsSafety, AnUnreadableCatalogOrChecksFileSurvivesByteForByte)
     const QByteArray newer = R"({"version":3,"results":{"IMG_0001":{"sharpness":1.5}}})";
     TestFiles::write(AssessmentStore(folder, checks).file(), newer);
     AssessmentStore store(folder, checks);
-    store.set(Assessment{2.0, 0, 0, std::nullopt}, "IMG_0001");
+    store.set(Assessment{2.0, 0, 0, std::nullopt, {}}, "IMG_0001");
     store.save();
     ASSERT_EQ(keptAside(checks).size(), 1);
     EXPECT_EQ(TestFiles::read(checks + "/" + keptAside(checks).first()), newer);

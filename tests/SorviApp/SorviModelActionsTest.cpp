@@ -227,7 +227,7 @@ TEST(SorviModelBulk, BulkActionsSkipFlaggedShotsAndUndoInOneStep)
         for (const Shot &shot : ShotScanner::list(folder)) {
             const QString &id = shot.id;
             store.set(Assessment{id == best ? 200.0 : id == blurry ? 5.0 : 100.0, id == blinked ? 1 : 0,
-                                 id == blinked ? 1 : 0, std::nullopt},
+                                 id == blinked ? 1 : 0, std::nullopt, {}},
                       id);
         }
         store.save();

@@ -39,7 +39,7 @@ QImage checkerboard(int width, int height)
 
 Assessment result(double sharpness, int eyesClosed = 0, std::optional<double> quality = {})
 {
-    return Assessment{sharpness, quality ? 1 : 0, eyesClosed, quality};
+    return Assessment{sharpness, quality ? 1 : 0, eyesClosed, quality, {}};
 }
 
 Shot frame(const QString &id, std::optional<double> seconds, std::optional<QString> camera = QString("Canon EOS R5"))
@@ -136,30 +136,37 @@ TEST(AssessmentStore, WritesFaceQualityOnlyWhenPresentOneFilePerFolderAndStartsE
 {
     QTemporaryDir catalogs, folder, other;
     AssessmentStore store(folder.path(), catalogs.path());
-    store.set(Assessment{812.25, 2, 1, 0.625}, "DCIM/IMG_0001");
-    store.set(Assessment{0.1, 0, 0, std::nullopt}, "DCIM/IMG_0002");
+    const Assessment marked{812.25, 2, 1, 0.625, {{QRectF(0.1, 0.2, 1.0 / 3, 0.3), true}, {QRectF(0.5, 0, 0.25, 0.4), false}}};
+    store.set(marked, "DCIM/IMG_0001");
+    store.set(Assessment{0.1, 0, 0, std::nullopt, {}}, "DCIM/IMG_0002");
     store.save();
     EXPECT_TRUE(store.file().endsWith(".checks.json"));
     const QJsonObject root = QJsonDocument::fromJson(TestFiles::read(store.file())).object();
     EXPECT_EQ(root["version"].toInt(), 2);
     const QJsonObject results = root["results"].toObject();
-    EXPECT_EQ(results["DCIM/IMG_0001"].toObject().keys(), (QStringList{"eyesClosed", "faceQuality", "faces", "sharpness"}));
+    EXPECT_EQ(results["DCIM/IMG_0001"].toObject().keys(), (QStringList{"eyesClosed", "faceMarks", "faceQuality", "faces", "sharpness"}));
     EXPECT_FALSE(results["DCIM/IMG_0002"].toObject().contains("faceQuality"));
     EXPECT_EQ(AssessmentStore(folder.path(), catalogs.path()).result("DCIM/IMG_0002"),
-              (Assessment{0.1, 0, 0, std::nullopt}));
+              (Assessment{0.1, 0, 0, std::nullopt, {}}));
+    const Assessment reread = *AssessmentStore(folder.path(), catalogs.path()).result("DCIM/IMG_0001");
+    EXPECT_EQ(reread, marked);
+    EXPECT_EQ(reread.faceMarks[0].box.width(), 1.0 / 3) << "exactly, not just nearly";
     EXPECT_TRUE(AssessmentStore(other.path(), catalogs.path()).results().isEmpty());
 
     const QByteArray entry = R"({"a":{"sharpness":5,"faces":0,"eyesClosed":0}})";
-    EXPECT_EQ(AssessmentStore::decode("{\"version\":2,\"results\":" + entry + "}")->value("a").sharpness, 5.0);
+    const Assessment older = AssessmentStore::decode("{\"version\":2,\"results\":" + entry + "}")->value("a");
+    EXPECT_EQ(older.sharpness, 5.0);
+    EXPECT_TRUE(older.faceMarks.isEmpty());
     for (const QByteArray &content :
          {"{\"version\":1,\"results\":" + entry + "}", "{\"version\":3,\"results\":" + entry + "}",
           QByteArray("{\"version\":2,\"results\":{\"a\":{\"sharpness\":5}}}"), QByteArray("not json"),
-          QByteArray("{\"version\":2,\"results\":{\"a\":{\"sharpness\":\"5\",\"faces\":0,\"eyesClosed\":0}}}")})
+          QByteArray("{\"version\":2,\"results\":{\"a\":{\"sharpness\":\"5\",\"faces\":0,\"eyesClosed\":0}}}"),
+          QByteArray(R"({"version":2,"results":{"a":{"sharpness":5,"faces":1,"eyesClosed":0,"faceMarks":[{"x":0}]}}})")})
         EXPECT_FALSE(AssessmentStore::decode(content)) << content.constData();
     TestFiles::write(store.file(), "not json");
     AssessmentStore reopened(folder.path(), catalogs.path());
     EXPECT_TRUE(reopened.results().isEmpty());
-    reopened.set(Assessment{7, 1, 0, 0.5}, "b");
+    reopened.set(Assessment{7, 1, 0, 0.5, {}}, "b");
     reopened.save();
     EXPECT_EQ(AssessmentStore(folder.path(), catalogs.path()).results().keys(), QStringList{"b"});
 }

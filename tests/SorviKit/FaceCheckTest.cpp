@@ -1,3 +1,4 @@
+#include "SorviKit/checks/Assessor.h"
 #include "SorviKit/checks/FaceCheck.h"
 #include "SorviKit/checks/FaceModels.h"
 #include "TestFiles.h"
@@ -110,6 +111,12 @@ TEST(FaceCheckCorpus, MatchesLabels)
         const FaceFindings result = checkFile(faces(it.key()), &calls);
         EXPECT_LE(calls, result.faces > 0 ? 1 : 0) << it.key().toStdString();
         EXPECT_EQ(result.faceQuality.has_value(), !result.eyeReport.isEmpty()) << it.key().toStdString();
+        // Each counted face has a mark inside the picture; the marks make the counts.
+        EXPECT_EQ(result.faceMarks.size(), result.faces) << it.key().toStdString();
+        EXPECT_EQ(std::count_if(result.faceMarks.begin(), result.faceMarks.end(), [](const FaceMark &m) { return m.eyesClosed; }),
+                  result.eyesClosed) << it.key().toStdString();
+        for (const FaceMark &mark : result.faceMarks)
+            EXPECT_TRUE(!mark.box.isEmpty() && QRectF(0, 0, 1, 1).contains(mark.box)) << it.key().toStdString();
         const int expected = label["faces"].toInt();
         labelled += expected;
         found += std::min(result.faces, expected);
@@ -183,6 +190,10 @@ TEST(FaceCheckCorpus, LargerPictureIsOptionalAndTheEyeCascadeToo)
     EXPECT_EQ(fallback.faceQuality, alone.faceQuality);
     EXPECT_EQ(alone.eyesClosed, 1) << "labelled with both eyes closed";
     EXPECT_NE(fallback.eyesClosed, alone.eyesClosed) << fallback.eyeReport.toStdString();
+    EXPECT_TRUE(alone.faceMarks.value(0).eyesClosed);
+    EXPECT_EQ(fallback.faceMarks.value(0), (FaceMark{alone.faceMarks.value(0).box, false})) << "the same face, judged open";
+    // A sideways picture (orientation 6) is marked in the upright picture's fractions.
+    EXPECT_EQ(Assessor::assess(working.transformed(QTransform().rotate(-90)), 6).faceMarks, alone.faceMarks);
 }
 
 TEST(FaceCheckCorpus, ConcurrentChecksAgree)

@@ -4,7 +4,7 @@
 #include "SorviApp/views/GridView.h"
 #include "ModelTestFiles.h"
 #include "SorviApp/views/ShotImage.h"
-#include "SorviApp/views/SinglePhotoView.h"
+#include "SorviApp/views/LoupeView.h"
 #include "SorviApp/model/SorviModel.h"
 #include "KestraneStyle/StepBar.h"
 
@@ -31,7 +31,7 @@ struct BrowserHarness {
         EXPECT_TRUE(QTest::qWaitForWindowActive(&window));
         browser->setFocus();
         grid = browser->findChild<GridView *>();
-        single = browser->findChild<SinglePhotoView *>();
+        loupe = browser->findChild<LoupeView *>();
     }
 
     /// A press and release as the keyboard sends them, shortcut override first.
@@ -50,7 +50,7 @@ struct BrowserHarness {
     QWidget window;
     BrowserView *browser = nullptr;
     GridView *grid = nullptr;
-    SinglePhotoView *single = nullptr;
+    LoupeView *loupe = nullptr;
 };
 
 /// Saves a screenshot for people to look at as NAME.png, only when SORVI_SCREENSHOTS names a

@@ -50,6 +50,9 @@ TEST(KeyboardMap, KeysMapToActions)
         {"ctrl+p is the menu's", Qt::Key_P, Qt::ControlModifier, QStringLiteral("p"), grid, false, act(Kind::none)},
         {"alt+p still picks", Qt::Key_P, Qt::AltModifier, QStringLiteral("p"), grid, false, act(Kind::pick)},
         {"purple has no key", Qt::Key_Minus, {}, QStringLiteral("-"), grid, false, act(Kind::none)},
+        {"= zooms in while zoomed", Qt::Key_Equal, {}, QStringLiteral("="), single, true, act(Kind::magnify, 1)},
+        {"- zooms out while zoomed", Qt::Key_Minus, {}, QStringLiteral("-"), single, true, act(Kind::magnify, -1)},
+        {"+ only while zoomed", Qt::Key_Plus, {}, QStringLiteral("+"), single, false, act(Kind::none)},
         {"two characters", Qt::Key_unknown, {}, QStringLiteral("pp"), grid, false, act(Kind::none)},
         {"no text", Qt::Key_Shift, Qt::ShiftModifier, QString(), grid, false, act(Kind::none)},
     };

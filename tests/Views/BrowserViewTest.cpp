@@ -71,7 +71,7 @@ TEST(BrowserView, FiltersStatusBurstLabelViewPickerAndMouse)
     QComboBox *view = h.browser->findChildren<QComboBox *>().at(1);
     emit view->activated(1);
     EXPECT_EQ(h.model.mode(), SorviModel::Mode::loupe);
-    EXPECT_EQ(currentPage(h), h.single);
+    EXPECT_EQ(currentPage(h), h.loupe);
     h.press(Qt::Key_Return, QStringLiteral("\r"));
     EXPECT_EQ(view->currentText(), QStringLiteral("Grid"));
     EXPECT_EQ(currentPage(h), h.grid);
@@ -187,11 +187,9 @@ TEST(BrowserScreenshots, CheckBadgesChecksMenuAndSinglePhoto)
     // The single photo: the selection fitted and upright, with its badges.
     h.model.setSelection(h.grid->cell(0).shot.id);
     h.press(Qt::Key_Return, QStringLiteral("\r"));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return !h.single->image().image().isNull(); }, ModelTest::loadTimeoutMs));
-    QCoreApplication::processEvents();
-    h.single->repaint();
-    const QRect photo = h.single->photoRect();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return h.loupe->isShowingFullQuality(); }, ModelTest::loadTimeoutMs));
+    const QRect photo = h.loupe->photoRect();
     EXPECT_FALSE(photo.isEmpty());
-    EXPECT_TRUE(h.single->rect().contains(photo));
+    EXPECT_TRUE(h.loupe->photoArea()->rect().contains(photo));
     saveScreenshot(h.window.grab().toImage(), QStringLiteral("browser-single-photo"));
 }
