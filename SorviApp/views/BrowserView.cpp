@@ -1,7 +1,7 @@
 #include "SorviApp/views/BrowserView.h"
 
 #include "SorviApp/views/GridView.h"
-#include "SorviApp/views/InspectorView.h"
+#include "SorviApp/views/ShotPanel.h"
 #include "SorviApp/views/LoupeView.h"
 #include "SorviApp/model/SorviModel.h"
 #include "KestraneStyle/StepBar.h"
@@ -114,7 +114,7 @@ BrowserView::BrowserView(SorviModel &model, QWidget *parent) : QWidget(parent), 
     photos->setContentsMargins(0, 0, 0, 0);
     photos->setSpacing(0);
     photos->addWidget(m_stack, 1);
-    m_inspector = new InspectorView(model, this);
+    m_inspector = new ShotPanel(model, this);
     photos->addWidget(m_inspector);
     column->addLayout(photos, 1);
     column->addWidget(makeStatusBar());

@@ -5,7 +5,7 @@
 #include <QWidget>
 
 class GridView;
-class InspectorView;
+class ShotPanel;
 class LoupeView;
 class QActionGroup;
 class QComboBox;
@@ -67,7 +67,7 @@ private:
     int m_gridColumns = 1;
     GridView *m_grid = nullptr;
     LoupeView *m_loupe = nullptr;
-    InspectorView *m_inspector = nullptr;
+    ShotPanel *m_inspector = nullptr;
     QStackedWidget *m_stack = nullptr;
     QWidget *m_lookingPage = nullptr;
     QWidget *m_nothingFoundPage = nullptr;

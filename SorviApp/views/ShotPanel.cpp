@@ -1,4 +1,4 @@
-#include "SorviApp/views/InspectorView.h"
+#include "SorviApp/views/ShotPanel.h"
 
 #include "SorviApp/model/SorviModel.h"
 #include "SorviApp/views/FaceCrops.h"
@@ -108,7 +108,7 @@ QIcon swatchIcon(const QColor &colour)
 
 } // namespace
 
-InspectorView::InspectorView(SorviModel &model, QWidget *parent) : QScrollArea(parent), m_model(model)
+ShotPanel::ShotPanel(SorviModel &model, QWidget *parent) : QScrollArea(parent), m_model(model)
 {
     setObjectName(QStringLiteral("inspector"));
     setFixedWidth(panelWidth);
@@ -120,7 +120,7 @@ InspectorView::InspectorView(SorviModel &model, QWidget *parent) : QScrollArea(p
     // the histogram of the next photo.
     m_pool.setMaxThreadCount(2);
     m_preview = new ShotImage(model.previews(), m_pool, this);
-    connect(m_preview, &ShotImage::imageReady, this, &InspectorView::countTones);
+    connect(m_preview, &ShotImage::imageReady, this, &ShotPanel::countTones);
 
     auto *content = new QWidget(this);
     auto *column = new QVBoxLayout(content);
@@ -149,14 +149,14 @@ InspectorView::InspectorView(SorviModel &model, QWidget *parent) : QScrollArea(p
     for (auto signal : {&SorviModel::selectionChanged, &SorviModel::shotsChanged, &SorviModel::assessmentsChanged,
                         &SorviModel::softChanged, &SorviModel::bestOfBurstChanged, &SorviModel::burstsChanged,
                         &SorviModel::checkingChanged, &SorviModel::aiPicksChanged})
-        connect(&model, signal, this, &InspectorView::refresh);
-    connect(&model, &SorviModel::ratingsChanged, this, &InspectorView::refreshRating);
+        connect(&model, signal, this, &ShotPanel::refresh);
+    connect(&model, &SorviModel::ratingsChanged, this, &ShotPanel::refreshRating);
     connect(&model, &SorviModel::autoAdvanceChanged, this,
             [this] { m_autoAdvance->setChecked(m_model.autoAdvance()); });
     refresh();
 }
 
-InspectorView::~InspectorView()
+ShotPanel::~ShotPanel()
 {
     delete m_preview; // cancels a request no worker took up yet
     if (m_facesCancelled)
@@ -167,7 +167,7 @@ InspectorView::~InspectorView()
 
 // Building.
 
-void InspectorView::addRow(QGridLayout *grid, const QString &name)
+void ShotPanel::addRow(QGridLayout *grid, const QString &name)
 {
     auto *nameLabel = new QLabel(name, grid->parentWidget());
     nameLabel->setStyleSheet(greyText);
@@ -182,7 +182,7 @@ void InspectorView::addRow(QGridLayout *grid, const QString &name)
     m_rows.insert(name, {nameLabel, value});
 }
 
-void InspectorView::addLine(QGridLayout *grid, const QString &name)
+void ShotPanel::addLine(QGridLayout *grid, const QString &name)
 {
     auto *value = new QLabel(grid->parentWidget());
     value->setObjectName(name);
@@ -191,7 +191,7 @@ void InspectorView::addLine(QGridLayout *grid, const QString &name)
     m_rows.insert(name, {nullptr, value});
 }
 
-void InspectorView::setRow(const QString &name, const QString &value)
+void ShotPanel::setRow(const QString &name, const QString &value)
 {
     const Row &row = m_rows[name];
     row.value->setText(value);
@@ -200,7 +200,7 @@ void InspectorView::setRow(const QString &name, const QString &value)
         row.name->setVisible(!value.isEmpty());
 }
 
-QWidget *InspectorView::makeFacts()
+QWidget *ShotPanel::makeFacts()
 {
     auto *box = new QWidget(m_details);
     box->setObjectName(QStringLiteral("facts"));
@@ -214,7 +214,7 @@ QWidget *InspectorView::makeFacts()
     return box;
 }
 
-QWidget *InspectorView::makeRating()
+QWidget *ShotPanel::makeRating()
 {
     auto *box = new QWidget(m_details);
     box->setObjectName(QStringLiteral("rating"));
@@ -312,7 +312,7 @@ QWidget *InspectorView::makeRating()
     return box;
 }
 
-QWidget *InspectorView::makeChecks()
+QWidget *ShotPanel::makeChecks()
 {
     auto *box = new QWidget(m_details);
     box->setObjectName(QStringLiteral("checks"));
@@ -351,7 +351,7 @@ QWidget *InspectorView::makeChecks()
     return box;
 }
 
-QWidget *InspectorView::makeHistogram()
+QWidget *ShotPanel::makeHistogram()
 {
     auto *box = new QWidget(m_details);
     auto *column = new QVBoxLayout(box);
@@ -364,7 +364,7 @@ QWidget *InspectorView::makeHistogram()
     return box;
 }
 
-QWidget *InspectorView::makeKeys()
+QWidget *ShotPanel::makeKeys()
 {
     auto *box = new QWidget(m_details);
     box->setObjectName(QStringLiteral("keys"));
@@ -404,7 +404,7 @@ QWidget *InspectorView::makeKeys()
 
 // Reading the model.
 
-std::optional<Shot> InspectorView::selectedShot() const
+std::optional<Shot> ShotPanel::selectedShot() const
 {
     const QString id = m_model.selection();
     if (id.isEmpty())
@@ -414,7 +414,7 @@ std::optional<Shot> InspectorView::selectedShot() const
     return shot == shots.end() ? std::nullopt : std::optional(*shot);
 }
 
-void InspectorView::refresh()
+void ShotPanel::refresh()
 {
     const std::optional<Shot> shot = selectedShot();
     m_noSelection->setVisible(!shot);
@@ -428,7 +428,7 @@ void InspectorView::refresh()
     refreshHistogram();
 }
 
-void InspectorView::refreshFacts(const Shot &shot)
+void ShotPanel::refreshFacts(const Shot &shot)
 {
     QStringList names;
     for (const QString &file : shot.files)
@@ -448,7 +448,7 @@ void InspectorView::refreshFacts(const Shot &shot)
                                         : QStringLiteral("%1 frames").arg(std::count(bursts.cbegin(), bursts.cend(), *burst)));
 }
 
-void InspectorView::refreshRating()
+void ShotPanel::refreshRating()
 {
     const Rating rating = m_model.rating(m_model.selection());
     for (int i = 0; i < m_stars.size(); ++i)
@@ -460,7 +460,7 @@ void InspectorView::refreshRating()
         it.value()->setChecked(it.key() == rating.label);
 }
 
-void InspectorView::refreshChecks()
+void ShotPanel::refreshChecks()
 {
     const QString id = m_model.selection();
     const AssessmentMap results = m_model.assessments();
@@ -483,7 +483,7 @@ void InspectorView::refreshChecks()
 
 // Pictures.
 
-void InspectorView::showEvent(QShowEvent *event)
+void ShotPanel::showEvent(QShowEvent *event)
 {
     QScrollArea::showEvent(event);
     // Nothing was loaded while hidden.
@@ -491,7 +491,7 @@ void InspectorView::showEvent(QShowEvent *event)
     refreshHistogram();
 }
 
-void InspectorView::refreshFaces()
+void ShotPanel::refreshFaces()
 {
     const std::optional<Shot> shot = selectedShot();
     const Shot target = shot.value_or(Shot());
@@ -539,7 +539,7 @@ void InspectorView::refreshFaces()
     }
 }
 
-void InspectorView::loadFaces(const Shot &shot, const QList<FaceMark> &marks)
+void ShotPanel::loadFaces(const Shot &shot, const QList<FaceMark> &marks)
 {
     auto cancelled = std::make_shared<std::atomic<bool>>(false);
     m_facesCancelled = cancelled;
@@ -569,7 +569,7 @@ void InspectorView::loadFaces(const Shot &shot, const QList<FaceMark> &marks)
     }));
 }
 
-void InspectorView::showFaces(const QString &id, const QList<QImage> &crops)
+void ShotPanel::showFaces(const QString &id, const QList<QImage> &crops)
 {
     if (id != m_facesShot.id)
         return;
@@ -583,12 +583,12 @@ void InspectorView::showFaces(const QString &id, const QList<QImage> &crops)
     }
 }
 
-int InspectorView::loadedFaceCount() const
+int ShotPanel::loadedFaceCount() const
 {
     return int(std::count_if(m_faceTiles.cbegin(), m_faceTiles.cend(), [](const FaceTile &tile) { return tile.loaded; }));
 }
 
-void InspectorView::refreshHistogram()
+void ShotPanel::refreshHistogram()
 {
     if (!isVisible())
         return;
@@ -609,7 +609,7 @@ void InspectorView::refreshHistogram()
     countTones(); // the cache may have answered at once
 }
 
-void InspectorView::countTones()
+void ShotPanel::countTones()
 {
     const QImage image = m_preview->image();
     const QString id = m_preview->shot().id;
@@ -635,7 +635,7 @@ void InspectorView::countTones()
 
 // For tests and people.
 
-QString InspectorView::value(const QString &name) const
+QString ShotPanel::value(const QString &name) const
 {
     const auto row = m_rows.constFind(name);
     if (row == m_rows.cend() || m_details->isHidden() || row->value->isHidden())
@@ -643,9 +643,9 @@ QString InspectorView::value(const QString &name) const
     return row->value->text();
 }
 
-QString InspectorView::checksState() const
+QString ShotPanel::checksState() const
 {
     return m_details->isHidden() || m_checksState->isHidden() ? QString() : m_checksState->text();
 }
 
-std::optional<Histogram::Counts> InspectorView::histogram() const { return m_histogram->counts(); }
+std::optional<Histogram::Counts> ShotPanel::histogram() const { return m_histogram->counts(); }

@@ -1,7 +1,7 @@
 #include "BrowserHarness.h"
 
 #include "SorviApp/views/FaceCrops.h"
-#include "SorviApp/views/InspectorView.h"
+#include "SorviApp/views/ShotPanel.h"
 #include "SorviKit/checks/AssessmentStore.h"
 
 #include <QCheckBox>
@@ -17,18 +17,18 @@ constexpr int photos = 12;
 struct Panel {
     explicit Panel(SorviModel &model) : view(model)
     {
-        view.resize(InspectorView::panelWidth, 900);
+        view.resize(ShotPanel::panelWidth, 900);
         view.show();
         EXPECT_TRUE(QTest::qWaitForWindowExposed(&view));
     }
     QToolButton *button(const char *name) const { return view.findChild<QToolButton *>(QLatin1String(name)); }
 
-    InspectorView view;
+    ShotPanel view;
 };
 
 } // namespace
 
-TEST(InspectorView, FactsRatingButtonsUndoAndHistogram)
+TEST(ShotPanel, FactsRatingButtonsUndoAndHistogram)
 {
     QTemporaryDir dir;
     SorviModel model(ModelTest::withoutChecks());
@@ -97,7 +97,7 @@ TEST(InspectorView, FactsRatingButtonsUndoAndHistogram)
 
 // Stored check results as a folder checked before has them: faces with closed eyes, a
 // soft frame, then an AI pick; the faces are cut from the full picture.
-TEST(InspectorView, CheckResultsFaceCloseUpsAndScreenshot)
+TEST(ShotPanel, CheckResultsFaceCloseUpsAndScreenshot)
 {
     QTemporaryDir dir, store;
     const QString folder = ModelTest::demoShoot(dir.path(), photos);
@@ -152,7 +152,7 @@ TEST(InspectorView, CheckResultsFaceCloseUpsAndScreenshot)
     ASSERT_TRUE(ModelTest::waitFor([&] { return panel.view.loadedFaceCount() == 3; }));
     for (const QLabel *picture : panel.view.findChild<QWidget *>(QStringLiteral("faces"))->findChildren<QLabel *>())
         if (!picture->pixmap().isNull()) {
-            EXPECT_EQ(picture->pixmap().deviceIndependentSize().toSize(), QSize(InspectorView::faceSide, InspectorView::faceSide));
+            EXPECT_EQ(picture->pixmap().deviceIndependentSize().toSize(), QSize(ShotPanel::faceSide, ShotPanel::faceSide));
         }
 
     model.update([](Rating &r) { r = {4, Rating::Flag::pick, Rating::Label::blue}; }, false);

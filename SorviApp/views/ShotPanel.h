@@ -30,14 +30,14 @@ class SorviModel;
 /// keys, so they are undoable and the keys stay with the browser (no button takes focus).
 /// Pictures load on the panel's own threads and only while it is visible; a picture for
 /// a shot that is no longer selected is dropped. GUI thread; the model must outlive it.
-class InspectorView : public QScrollArea {
+class ShotPanel : public QScrollArea {
     Q_OBJECT
 public:
     static constexpr int panelWidth = 280;
     static constexpr int faceSide = 96; ///< a face close-up's side in device-independent pixels
 
-    explicit InspectorView(SorviModel &model, QWidget *parent = nullptr);
-    ~InspectorView() override; ///< drops waiting loads and waits for running ones
+    explicit ShotPanel(SorviModel &model, QWidget *parent = nullptr);
+    ~ShotPanel() override; ///< drops waiting loads and waits for running ones
 
     /// What the row `name` shows now ("Files", "Camera", "Focus", "Faces", "Chosen", …);
     /// empty while the row is hidden.
