@@ -130,7 +130,24 @@ void SorviModel::setMinimumStars(int stars)
 }
 
 void SorviModel::setMode(Mode mode) { assign(m_mode, mode, &SorviModel::modeChanged); }
-void SorviModel::setSelection(const QString &id) { assign(m_selection, id, &SorviModel::selectionChanged); }
+void SorviModel::setSelection(const QString &id)
+{
+    if (id == m_selection)
+        return;
+    // Zoom belongs to one photo; Keep Zoom takes it along to the next. Left before the
+    // selection changes, so no view zooms into the new photo only to leave it again.
+    if (!m_keepZoom)
+        setZoomed(false);
+    assign(m_selection, id, &SorviModel::selectionChanged);
+}
+
+std::optional<Shot> SorviModel::selectedShot() const
+{
+    if (m_selection.isEmpty())
+        return std::nullopt;
+    const auto shot = std::find_if(m_shots.cbegin(), m_shots.cend(), [this](const Shot &s) { return s.id == m_selection; });
+    return shot == m_shots.cend() ? std::nullopt : std::optional(*shot);
+}
 void SorviModel::setZoomed(bool zoomed) { assign(m_zoomed, zoomed, &SorviModel::zoomedChanged); }
 void SorviModel::setZoomAnchor(QPointF anchor) { assign(m_zoomAnchor, anchor, &SorviModel::zoomAnchorChanged); }
 void SorviModel::setShowHandoff(bool shown) { assign(m_showHandoff, shown, &SorviModel::showHandoffChanged); }
@@ -390,7 +407,7 @@ void SorviModel::move(int delta)
     if (!target)
         return;
     setSelection(visible[*target].id);
-    // Keep Zoom looks at the next photo where this one was looked at.
+    // At either end the selection stays, and still a move leaves zoom.
     if (!m_keepZoom)
         setZoomed(false);
     prefetch(*target, visible);

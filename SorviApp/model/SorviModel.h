@@ -149,6 +149,8 @@ public:
     int minimumStars() const { return m_minimumStars; }
     Mode mode() const { return m_mode; }
     QString selection() const { return m_selection; } ///< a shot id; empty when none
+    /// The selected shot with its details; none without a selection.
+    std::optional<Shot> selectedShot() const;
     bool zoomed() const { return m_zoomed; }
     QPointF zoomAnchor() const { return m_zoomAnchor; } ///< fractions of width and height
     bool showHandoff() const { return m_showHandoff; }
@@ -176,6 +178,7 @@ public:
     void setFilter(Filter filter);
     void setMinimumStars(int stars); ///< clamped to 0…5
     void setMode(Mode mode);
+    /// Another shot also leaves zoom, unless keepZoom is on.
     void setSelection(const QString &id);
     void setZoomed(bool zoomed);
     void setZoomAnchor(QPointF anchor);

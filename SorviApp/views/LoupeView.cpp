@@ -87,7 +87,7 @@ LoupeView::LoupeView(SorviModel &model, QWidget *parent) : QWidget(parent), m_mo
     connect(m_zoom, &ZoomView::zoomOutRequested, this, [this] { m_model.setZoomed(false); });
     connect(m_zoom, &ZoomView::fullShown, this, [this] {
         // The shown picture is up: now its neighbours' full pictures, for Keep Zoom.
-        if (const std::optional<Shot> shot = selectedShot())
+        if (const std::optional<Shot> shot = m_model.selectedShot())
             m_neighbours->keepFull(QList<Shot>{*shot} + neighboursOf(*shot, fullNeighbours));
     });
     connect(&model, &SorviModel::selectionChanged, this, &LoupeView::selectionChanged);
@@ -124,17 +124,6 @@ void LoupeView::showEvent(QShowEvent *event)
     refresh();
 }
 
-std::optional<Shot> LoupeView::selectedShot() const
-{
-    const QString id = m_model.selection();
-    if (id.isEmpty())
-        return std::nullopt;
-    for (const Shot &shot : m_model.shots())
-        if (shot.id == id)
-            return shot;
-    return std::nullopt;
-}
-
 QList<Shot> LoupeView::neighboursOf(const Shot &shot, const QList<int> &offsets) const
 {
     const QList<Shot> visible = m_model.visibleShots();
@@ -151,15 +140,9 @@ QList<Shot> LoupeView::neighboursOf(const Shot &shot, const QList<int> &offsets)
 
 void LoupeView::selectionChanged()
 {
-    if (m_model.zoomed() && m_zoom->state() && m_zoom->shot().id != m_model.selection()) {
-        if (m_model.keepZoom()) {
-            // The next photo opens where this one was looked at.
-            if (m_zoom->isShowingFull())
-                m_carried = Carried{m_zoom->state()->visible().center(), m_zoom->state()->magnification()};
-        } else {
-            m_model.setZoomed(false);
-        }
-    }
+    // Still zoomed on another photo: Keep Zoom opens this one where that one was looked at.
+    if (m_model.zoomed() && m_zoom->isShowingFull() && m_zoom->shot().id != m_model.selection())
+        m_carried = Carried{m_zoom->state()->visible().center(), m_zoom->state()->magnification()};
     refresh();
 }
 
@@ -168,7 +151,7 @@ void LoupeView::refresh()
     // A hidden loupe (the grid is showing) decodes nothing.
     if (!isVisible())
         return;
-    const std::optional<Shot> shot = selectedShot();
+    const std::optional<Shot> shot = m_model.selectedShot();
     if (!shot) {
         m_shown = QImage();
         m_shownShot = Shot();
@@ -202,7 +185,7 @@ void LoupeView::refresh()
 
 void LoupeView::imageArrived()
 {
-    const std::optional<Shot> shot = selectedShot();
+    const std::optional<Shot> shot = m_model.selectedShot();
     if (!shot || !(m_image->shot() == *shot))
         return;
     if (!m_image->image().isNull()) {
@@ -228,7 +211,7 @@ QImage LoupeView::pictureFor(const Shot &shot) const
 
 void LoupeView::refreshZoom()
 {
-    const std::optional<Shot> shot = selectedShot();
+    const std::optional<Shot> shot = m_model.selectedShot();
     if (!m_model.zoomed() || !shot) {
         m_carried.reset();
         if (m_zoom->state())
@@ -281,11 +264,17 @@ void LoupeView::refreshClipping()
 
 void LoupeView::zoomAt(QPointF point)
 {
-    const std::optional<Shot> shot = selectedShot();
+    const std::optional<Shot> shot = m_model.selectedShot();
     if (!shot)
         return;
     m_model.setZoomAnchor(normalized(point, m_canvas->size(), *shot));
     m_model.setZoomed(true);
+}
+
+bool LoupeView::hasNoPicture() const
+{
+    const std::optional<Shot> shot = m_model.selectedShot();
+    return shot && m_image->hasFailed() && m_image->shot() == *shot;
 }
 
 void LoupeView::magnifyBy(qreal factor)
@@ -299,16 +288,14 @@ void LoupeView::paintPhoto(QPainter &painter)
     painter.fillRect(m_canvas->rect(), background);
     m_photoRect = QRect();
     m_showingFullQuality = false;
-    const std::optional<Shot> shot = selectedShot();
+    const std::optional<Shot> shot = m_model.selectedShot();
     if (!shot)
         return;
     QImage image = pictureFor(*shot);
     m_showingFullQuality = m_shownShot == *shot && !m_shown.isNull();
     if (image.isNull()) {
         painter.setPen(QColor(0xA0, 0xA0, 0xA0));
-        painter.drawText(m_canvas->rect(), Qt::AlignCenter,
-                         m_image->hasFailed() && m_image->shot() == *shot ? QStringLiteral("No preview for this photo")
-                                                                          : QString());
+        painter.drawText(m_canvas->rect(), Qt::AlignCenter, hasNoPicture() ? QStringLiteral("No preview for this photo") : QString());
         emit photoPainted(false);
         return;
     }

@@ -43,6 +43,8 @@ public:
     /// Whether the photo drawn now is the selected shot's full-quality picture rather
     /// than a stand-in while it loads.
     bool isShowingFullQuality() const { return m_showingFullQuality; }
+    /// Whether no file of the selected shot decodes ("No preview for this photo").
+    bool hasNoPicture() const;
     ZoomView *zoomView() const { return m_zoom; }
     Filmstrip *filmstrip() const { return m_filmstrip; }
     NeighbourPictures &neighbours() const { return *m_neighbours; }
@@ -68,7 +70,6 @@ private:
     void refreshZoom();
     void refreshClipping();
     void imageArrived();
-    std::optional<Shot> selectedShot() const;
     QList<Shot> neighboursOf(const Shot &shot, const QList<int> &offsets) const;
     QImage pictureFor(const Shot &shot) const; ///< the best picture at hand, possibly a stand-in
 

@@ -5,6 +5,7 @@
 #include "SorviApp/views/HistogramView.h"
 #include "SorviApp/views/RatingBadges.h"
 #include "SorviApp/views/ShotImage.h"
+#include "SorviApp/views/ZoomGeometry.h"
 #include "SorviKit/previews/PreviewLoader.h"
 
 #include <QCheckBox>
@@ -38,13 +39,11 @@ QString facesText(const Assessment &result)
     return QStringLiteral("%1 \u00B7 eyes open").arg(result.faces);
 }
 
+// The size as the photo stands, quarter turns applied.
 QString sizeText(const Shot &shot)
 {
-    if (shot.width <= 0 || shot.height <= 0)
-        return {};
-    // Orientations 5–8 turn the picture a quarter, so it stands the other way round.
-    const bool turned = shot.orientation >= 5;
-    return QStringLiteral("%1 \u00D7 %2").arg(turned ? shot.height : shot.width).arg(turned ? shot.width : shot.height);
+    const QSizeF size = ZoomGeometry::displayedSize(shot);
+    return size.isEmpty() ? QString() : QStringLiteral("%1 \u00D7 %2").arg(size.width()).arg(size.height());
 }
 
 QLabel *title(const QString &text, QWidget *parent)
@@ -54,6 +53,27 @@ QLabel *title(const QString &text, QWidget *parent)
     font.setBold(true);
     label->setFont(font);
     return label;
+}
+
+// A section's column: its title (when it has one) above what follows.
+QVBoxLayout *sectionColumn(QWidget *box, const QString &heading)
+{
+    auto *column = new QVBoxLayout(box);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(6);
+    if (!heading.isEmpty())
+        column->addWidget(title(heading, box));
+    return column;
+}
+
+// Name-and-value rows: names in a narrow column, values taking the rest.
+QGridLayout *rowGrid(int rowSpacing)
+{
+    auto *grid = new QGridLayout;
+    grid->setHorizontalSpacing(10);
+    grid->setVerticalSpacing(rowSpacing);
+    grid->setColumnStretch(1, 1);
+    return grid;
 }
 
 QFrame *separator(QWidget *parent)
@@ -116,8 +136,8 @@ ShotPanel::ShotPanel(SorviModel &model, QWidget *parent) : QScrollArea(parent), 
     setFrameShape(QFrame::NoFrame);
     setWidgetResizable(true);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    // Two threads, so that a slow full-resolution decode for the faces never holds up
-    // the histogram of the next photo.
+    // Two threads, so that a slow preview decode for the faces never holds up the
+    // histogram of the next photo.
     m_pool.setMaxThreadCount(2);
     m_preview = new ShotImage(model.previews(), m_pool, this);
     connect(m_preview, &ShotImage::imageReady, this, &ShotPanel::countTones);
@@ -204,11 +224,9 @@ QWidget *ShotPanel::makeFacts()
 {
     auto *box = new QWidget(m_details);
     box->setObjectName(QStringLiteral("facts"));
-    auto *grid = new QGridLayout(box);
+    QGridLayout *grid = rowGrid(4);
+    box->setLayout(grid);
     grid->setContentsMargins(0, 0, 0, 0);
-    grid->setHorizontalSpacing(10);
-    grid->setVerticalSpacing(4);
-    grid->setColumnStretch(1, 1);
     for (const char *name : {"Files", "Taken", "Camera", "Lens", "Exposure", "Size", "Burst"})
         addRow(grid, QString::fromLatin1(name));
     return box;
@@ -218,10 +236,7 @@ QWidget *ShotPanel::makeRating()
 {
     auto *box = new QWidget(m_details);
     box->setObjectName(QStringLiteral("rating"));
-    auto *column = new QVBoxLayout(box);
-    column->setContentsMargins(0, 0, 0, 0);
-    column->setSpacing(6);
-    column->addWidget(title(QStringLiteral("Rating"), box));
+    QVBoxLayout *column = sectionColumn(box, QStringLiteral("Rating"));
 
     auto *stars = new QHBoxLayout;
     stars->setSpacing(0);
@@ -316,9 +331,7 @@ QWidget *ShotPanel::makeChecks()
 {
     auto *box = new QWidget(m_details);
     box->setObjectName(QStringLiteral("checks"));
-    auto *column = new QVBoxLayout(box);
-    column->setContentsMargins(0, 0, 0, 0);
-    column->setSpacing(6);
+    QVBoxLayout *column = sectionColumn(box, {});
     auto *heading = new QHBoxLayout;
     heading->addWidget(title(QStringLiteral("Checks"), box));
     auto *where = new QLabel(QStringLiteral("on this computer"), box);
@@ -330,10 +343,7 @@ QWidget *ShotPanel::makeChecks()
     m_checksState = new QLabel(box);
     m_checksState->setObjectName(QStringLiteral("checksState"));
     column->addWidget(m_checksState);
-    auto *grid = new QGridLayout;
-    grid->setHorizontalSpacing(10);
-    grid->setVerticalSpacing(4);
-    grid->setColumnStretch(1, 1);
+    QGridLayout *grid = rowGrid(4);
     column->addLayout(grid);
     // The grid's rows belong to the box; QGridLayout::parentWidget() is set only once added.
     addRow(grid, QStringLiteral("Focus"));
@@ -354,10 +364,7 @@ QWidget *ShotPanel::makeChecks()
 QWidget *ShotPanel::makeHistogram()
 {
     auto *box = new QWidget(m_details);
-    auto *column = new QVBoxLayout(box);
-    column->setContentsMargins(0, 0, 0, 0);
-    column->setSpacing(6);
-    column->addWidget(title(QStringLiteral("Histogram"), box));
+    QVBoxLayout *column = sectionColumn(box, QStringLiteral("Histogram"));
     m_histogram = new HistogramView(box);
     m_histogram->setObjectName(QStringLiteral("histogram"));
     column->addWidget(m_histogram);
@@ -368,14 +375,8 @@ QWidget *ShotPanel::makeKeys()
 {
     auto *box = new QWidget(m_details);
     box->setObjectName(QStringLiteral("keys"));
-    auto *column = new QVBoxLayout(box);
-    column->setContentsMargins(0, 0, 0, 0);
-    column->setSpacing(6);
-    column->addWidget(title(QStringLiteral("Keys"), box));
-    auto *grid = new QGridLayout;
-    grid->setHorizontalSpacing(10);
-    grid->setVerticalSpacing(3);
-    grid->setColumnStretch(1, 1);
+    QVBoxLayout *column = sectionColumn(box, QStringLiteral("Keys"));
+    QGridLayout *grid = rowGrid(3);
     const std::pair<const char16_t *, const char16_t *> keys[] = {
         {u"P / X / U", u"Pick / reject / clear"},
         {u"1\u20135, 0", u"Stars, none"},
@@ -404,19 +405,9 @@ QWidget *ShotPanel::makeKeys()
 
 // Reading the model.
 
-std::optional<Shot> ShotPanel::selectedShot() const
-{
-    const QString id = m_model.selection();
-    if (id.isEmpty())
-        return std::nullopt;
-    const QList<Shot> shots = m_model.shots();
-    const auto shot = std::find_if(shots.begin(), shots.end(), [&id](const Shot &s) { return s.id == id; });
-    return shot == shots.end() ? std::nullopt : std::optional(*shot);
-}
-
 void ShotPanel::refresh()
 {
-    const std::optional<Shot> shot = selectedShot();
+    const std::optional<Shot> shot = m_model.selectedShot();
     m_noSelection->setVisible(!shot);
     m_details->setVisible(shot.has_value());
     if (shot) {
@@ -493,7 +484,7 @@ void ShotPanel::showEvent(QShowEvent *event)
 
 void ShotPanel::refreshFaces()
 {
-    const std::optional<Shot> shot = selectedShot();
+    const std::optional<Shot> shot = m_model.selectedShot();
     const Shot target = shot.value_or(Shot());
     const QList<FaceMark> marks = shot ? m_model.assessments().value(shot->id).faceMarks : QList<FaceMark>();
     const bool samePicture = target.id == m_facesShot.id && target.files == m_facesShot.files &&
@@ -554,18 +545,20 @@ void ShotPanel::loadFaces(const Shot &shot, const QList<FaceMark> &marks)
         if (id == m_model.selection())
             showFaces(id, watcher->result());
     });
-    const qreal ratio = devicePixelRatioF();
-    const int side = int(std::ceil(faceSide * ratio));
-    watcher->setFuture(QtConcurrent::run(&m_pool, [shot, marks, side, cancelled] {
+    const int side = int(std::ceil(faceSide * devicePixelRatioF()));
+    // The screen-sized preview the loupe shows (usually cached already) holds more pixels
+    // for every counted face than a close-up can show, so no full-resolution decode.
+    const int maxPixels = SorviModel::screenPixels();
+    watcher->setFuture(QtConcurrent::run(&m_pool, [previews = &m_model.previews(), shot, marks, side, maxPixels,
+                                                   cancelled] {
         // Another photo was chosen before a worker got here: no decode at all.
         if (*cancelled)
             return QList<QImage>();
-        // Boxes are fractions of the upright picture; cropping the full resolution keeps
-        // eyes sharp enough to judge.
-        const std::optional<ShotPreview> full = PreviewLoader::fullResolution(shot);
-        if (!full || *cancelled)
+        const std::optional<ShotPreview> preview = previews->preview(shot, maxPixels);
+        if (!preview || *cancelled)
             return QList<QImage>();
-        return FaceCrops::cut(PreviewLoader::upright(full->image, full->orientation), marks, side);
+        // Boxes are fractions of the upright picture.
+        return FaceCrops::cut(PreviewLoader::upright(preview->image, preview->orientation), marks, side);
     }));
 }
 
@@ -592,7 +585,7 @@ void ShotPanel::refreshHistogram()
 {
     if (!isVisible())
         return;
-    const std::optional<Shot> shot = selectedShot();
+    const std::optional<Shot> shot = m_model.selectedShot();
     if (!shot || m_preview->shot().id != shot->id) {
         // The curve of another photo would mislead; show none until this one's is counted.
         m_histogram->setCounts(std::nullopt);

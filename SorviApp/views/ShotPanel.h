@@ -72,7 +72,6 @@ private:
     void addLine(QGridLayout *grid, const QString &name);
     void setRow(const QString &name, const QString &value);
 
-    std::optional<Shot> selectedShot() const;
     void refresh();
     void refreshFacts(const Shot &shot);
     void refreshRating();

@@ -127,8 +127,15 @@ TEST_F(OpenedShoot, MoveClampsWithoutWrappingAndPrefetchesNeighbours)
     model->move(+100);
     EXPECT_EQ(model->selection(), ids.last());
     EXPECT_FALSE(model->zoomed());
+    model->setZoomed(true);
     model->move(+1);
     EXPECT_EQ(model->selection(), ids.last());
+    EXPECT_FALSE(model->zoomed()) << "at the end the selection stays, and zoom still goes";
+    model->setKeepZoom(true);
+    model->setZoomed(true);
+    model->setSelection(ids[0]);
+    EXPECT_TRUE(model->zoomed()) << "Keep Zoom takes zoom to another photo";
+    model->setKeepZoom(false);
     model->setSelection({});
     model->move(-1);
     EXPECT_EQ(model->selection(), ids[0]);
