@@ -2,6 +2,7 @@
 
 #include "SorviApp/views/ShotImage.h"
 #include "SorviApp/model/SorviModel.h"
+#include "SorviKit/core/CpuShare.h"
 
 #include <QPainter>
 #include <QScrollBar>
@@ -104,7 +105,7 @@ void Filmstrip::loadNear()
         const Shot &shot = m_shots[i];
         ShotImage *image = m_images.take(shot.id);
         if (!image) {
-            image = new ShotImage(m_model.previews(), m_pool, this);
+            image = new ShotImage(m_model.previews(), m_pool, CpuShare::aheadNiceness, this);
             connect(image, &ShotImage::imageReady, viewport(), qOverload<>(&QWidget::update));
         }
         image->request(shot, ShotImage::smallTier, fit, cellRect(i).intersects(viewport()->rect()) ? 1 : 0);

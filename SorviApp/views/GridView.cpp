@@ -151,7 +151,7 @@ ShotImage *GridView::imageFor(int index, int priority)
     const Shot &shot = m_shots[index];
     ShotImage *&image = m_images[shot.id];
     if (!image) {
-        image = new ShotImage(m_model.previews(), m_pool, this);
+        image = new ShotImage(m_model.previews(), m_pool, 0, this);
         connect(image, &ShotImage::imageReady, this, [this, id = shot.id] { repaintShot(id); });
     }
     image->request(shot, previewTier(), (QSizeF(GridCell::photoSize) * devicePixelRatioF()).toSize(), priority);
@@ -216,6 +216,21 @@ void GridView::dropFar()
     for (auto it = m_images.begin(); it != m_images.end();) {
         const int index = m_indexOf.value(it.key(), -1);
         if (index < keepFrom || index >= keepTo) {
+            delete it.value();
+            it = m_images.erase(it);
+        } else {
+            ++it;
+        }
+    }
+}
+
+void GridView::hideEvent(QHideEvent *event)
+{
+    QAbstractScrollArea::hideEvent(event);
+    // Thumbnails nobody can see would take a core from the single photo; those a worker
+    // already holds still land in the loader's cache, and showing the grid asks again.
+    for (auto it = m_images.begin(); it != m_images.end();) {
+        if (it.value()->isLoading()) {
             delete it.value();
             it = m_images.erase(it);
         } else {

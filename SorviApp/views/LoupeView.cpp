@@ -65,7 +65,7 @@ LoupeView::LoupeView(SorviModel &model, QWidget *parent) : QWidget(parent), m_mo
     setObjectName(QStringLiteral("loupe"));
     setFocusPolicy(Qt::NoFocus);
     m_pool.setMaxThreadCount(1); // a newer selection supersedes the older anyway
-    m_image = new ShotImage(model.previews(), m_pool, this);
+    m_image = new ShotImage(model.previews(), m_pool, 0, this);
     m_neighbours = new NeighbourPictures(model.previews(), this);
     m_canvas = new LoupeCanvas(*this, this);
     m_zoom = new ZoomView(this);

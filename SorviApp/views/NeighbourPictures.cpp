@@ -1,6 +1,7 @@
 #include "SorviApp/views/NeighbourPictures.h"
 
 #include "SorviApp/views/ShotImage.h"
+#include "SorviKit/core/CpuShare.h"
 #include "SorviKit/previews/PreviewLoader.h"
 
 #include <QFutureWatcher>
@@ -19,17 +20,19 @@ Flag newFlag() { return std::make_shared<std::atomic<bool>>(false); }
 NeighbourPictures::NeighbourPictures(PreviewLoader &previews, QObject *parent)
     : QObject(parent), m_previews(previews)
 {
-    // Neighbours wait behind everything the user is looking at.
+    // Neighbours wait behind everything the user is looking at (their tasks run nice).
     m_fittedPool.setMaxThreadCount(1);
-    m_fittedPool.setThreadPriority(QThread::LowPriority);
-    // Two at once: the shown photo's full decode never waits for a neighbour's.
-    m_fullPool.setMaxThreadCount(2);
+    m_aheadFullPool.setMaxThreadCount(1);
+    // The full picture the user asked for has a thread of its own at full share, so it
+    // never waits for, nor shares a core evenly with, a neighbour's decode.
+    m_fullPool.setMaxThreadCount(1);
 }
 
 NeighbourPictures::~NeighbourPictures()
 {
     clear();
     m_fittedPool.waitForDone();
+    m_aheadFullPool.waitForDone();
     m_fullPool.waitForDone();
 }
 
@@ -95,6 +98,7 @@ void NeighbourPictures::startFitted(Fitted &entry, int priority)
                                            cancelled = entry.cancelled] {
                            if (*cancelled)
                                return QImage();
+                           CpuShare::standBack(CpuShare::aheadNiceness);
                            const std::optional<ShotPreview> preview = previews->preview(shot, maxPixels);
                            return preview ? ShotImage::prepare(preview->image, preview->orientation, fitPx) : QImage();
                        })
@@ -120,36 +124,59 @@ void NeighbourPictures::storeFitted(const Shot &shot, const QImage &image)
 QFuture<QImage> NeighbourPictures::full(const Shot &shot, bool urgent)
 {
     auto it = m_full.find(shot.id);
-    if (it != m_full.end() && it->shot == shot)
+    if (it != m_full.end() && it->shot == shot) {
+        it->wanted = true;
         return it->picture;
+    }
+    if (it != m_full.end())
+        *it->cancelled = true;
     const Flag cancelled = newFlag();
-    QFuture<QImage> picture = QtConcurrent::task([shot, cancelled] {
+    const Flag started = newFlag();
+    QFuture<QImage> picture = QtConcurrent::task([shot, cancelled, started, urgent] {
                                   if (*cancelled)
                                       return QImage();
+                                  *started = true;
+                                  if (!urgent)
+                                      CpuShare::standBack(CpuShare::aheadNiceness);
                                   const std::optional<ShotPreview> full = PreviewLoader::fullResolution(shot);
                                   return full ? PreviewLoader::upright(full->image, full->orientation) : QImage();
                               })
-                                  .onThreadPool(m_fullPool)
-                                  .withPriority(urgent ? 1 : 0)
+                                  .onThreadPool(urgent ? m_fullPool : m_aheadFullPool)
                                   .spawn();
-    m_full.insert(shot.id, Full{shot, picture, cancelled});
+    const quint64 serial = ++m_fullSerial;
+    m_full.insert(shot.id, Full{shot, picture, cancelled, started, serial, true});
+    // A picture no longer wanted by the time it is done is let go at once.
+    picture.then(this, [this, id = shot.id, serial](const QImage &) {
+        const auto done = m_full.constFind(id);
+        if (done != m_full.cend() && done->serial == serial && !done->wanted)
+            m_full.erase(done);
+    });
     return picture;
 }
 
 void NeighbourPictures::keepFull(const QList<Shot> &shots)
 {
+    const QList<Shot> kept = shots.first(std::min<qsizetype>(shots.size(), fullKept));
     QSet<QString> wanted;
-    for (const Shot &shot : shots.first(std::min<qsizetype>(shots.size(), fullKept)))
+    for (const Shot &shot : kept)
         wanted.insert(shot.id);
     for (auto it = m_full.begin(); it != m_full.end();) {
         if (wanted.contains(it.key())) {
             ++it;
             continue;
         }
+        // A decode under way cannot be stopped; its picture stays reachable until it is
+        // done, so asking for the same photo again (Space after Escape) does not decode
+        // it twice.
+        if (*it->started && !it->picture.isFinished()) {
+            it->wanted = false;
+            ++it;
+            continue;
+        }
         *it->cancelled = true;
         it = m_full.erase(it);
     }
-    for (const Shot &shot : shots.first(std::min<qsizetype>(shots.size(), fullKept)))
+    for (const Shot &shot : kept)
         full(shot, false);
 }
 
@@ -167,9 +194,15 @@ void NeighbourPictures::clear()
 
 qint64 NeighbourPictures::bytes() const
 {
-    qint64 total = 0;
+    qint64 total = fullBytes();
     for (const Fitted &entry : m_fitted)
         total += entry.image.sizeInBytes();
+    return total;
+}
+
+qint64 NeighbourPictures::fullBytes() const
+{
+    qint64 total = 0;
     for (const Full &entry : m_full)
         if (entry.picture.isFinished())
             total += entry.picture.result().sizeInBytes();

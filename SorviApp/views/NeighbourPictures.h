@@ -18,9 +18,10 @@ class PreviewLoader;
 /// for, so that the next photo is on screen the moment the key goes down: each shot's
 /// preview upright and fitted to the loupe in device pixels, and, while zoomed, its
 /// full-resolution picture. Only the shots last named are kept (a few screens' worth of
-/// fitted pictures and at most three full pictures), so memory stays bounded; everything
-/// goes when the folder changes. Work runs on pools of its own, below the shown photo's
-/// own decode; a shot dropped before a worker reached it is never decoded.
+/// fitted pictures and at most three full pictures, plus a decode already under way until
+/// it ends), so memory stays bounded; everything goes when the folder changes. Work runs
+/// on pools of its own, behind the shown photo's own decode and the full picture the user
+/// asked for; a shot dropped before a worker reached it is never decoded.
 /// GUI thread; the loader must outlive this object, whose destructor waits for its workers.
 class NeighbourPictures : public QObject {
     Q_OBJECT
@@ -49,8 +50,9 @@ public:
 
     /// Drops everything (another folder).
     void clear();
-    /// The bytes of the pictures held now.
+    /// The bytes of the pictures held now, and of the full pictures among them.
     qint64 bytes() const;
+    qint64 fullBytes() const;
 
 signals:
     /// The fitted picture of the shot with `id` is ready.
@@ -66,15 +68,20 @@ private:
         Shot shot;
         QFuture<QImage> picture;
         std::shared_ptr<std::atomic<bool>> cancelled;
+        std::shared_ptr<std::atomic<bool>> started; ///< a worker took it up
+        quint64 serial = 0;                         ///< tells a replaced entry's decode apart
+        bool wanted = true;                         ///< false: kept only until its decode ends
     };
     void startFitted(Fitted &entry, int priority);
 
     PreviewLoader &m_previews;
     QThreadPool m_fittedPool;
-    QThreadPool m_fullPool;
+    QThreadPool m_fullPool;      ///< the full pictures the user asked for
+    QThreadPool m_aheadFullPool; ///< the neighbours' full pictures
     int m_maxPixels = 0;
     QSize m_fitPx;
     quint64 m_generation = 0; ///< advanced when the size or folder changes
     QHash<QString, Fitted> m_fitted; ///< shot id → its fitted picture
     QHash<QString, Full> m_full;     ///< shot id → its full picture
+    quint64 m_fullSerial = 0;
 };

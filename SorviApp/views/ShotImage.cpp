@@ -1,12 +1,13 @@
 #include "SorviApp/views/ShotImage.h"
 
+#include "SorviKit/core/CpuShare.h"
 #include "SorviKit/previews/PreviewLoader.h"
 
 #include <QThreadPool>
 #include <QtConcurrent/qtconcurrenttask.h>
 
-ShotImage::ShotImage(PreviewLoader &previews, QThreadPool &pool, QObject *parent)
-    : QObject(parent), m_previews(previews), m_pool(pool)
+ShotImage::ShotImage(PreviewLoader &previews, QThreadPool &pool, int niceness, QObject *parent)
+    : QObject(parent), m_previews(previews), m_pool(pool), m_niceness(niceness)
 {
 }
 
@@ -57,10 +58,12 @@ void ShotImage::request(const Shot &shot, int maxPixels, QSize fitPx, int priori
             finish(watcher->result());
     });
     PreviewLoader *previews = &m_previews;
-    watcher->setFuture(QtConcurrent::task([previews, shot, maxPixels, fitPx, cancelled] {
+    watcher->setFuture(QtConcurrent::task([previews, shot, maxPixels, fitPx, cancelled, niceness = m_niceness] {
                            // A cell that scrolled away before a worker got here costs nothing.
                            if (*cancelled)
                                return QImage();
+                           if (niceness > 0)
+                               CpuShare::standBack(niceness);
                            const std::optional<ShotPreview> preview = previews->preview(shot, maxPixels);
                            return preview ? prepare(preview->image, preview->orientation, fitPx) : QImage();
                        })

@@ -30,7 +30,8 @@ public:
     /// larger ones go to a worker even then.
     static constexpr int fitOnGuiThreadPx = 1024;
 
-    ShotImage(PreviewLoader &previews, QThreadPool &pool, QObject *parent = nullptr);
+    /// `niceness` above 0 runs the decodes behind the user's foreground work (CpuShare).
+    ShotImage(PreviewLoader &previews, QThreadPool &pool, int niceness, QObject *parent = nullptr);
     ~ShotImage() override; ///< cancels a request no worker has taken up yet
 
     /// The smallest tier (smallTier, mediumTier, `screenPx`) covering `neededPx` device
@@ -63,6 +64,7 @@ private:
 
     PreviewLoader &m_previews;
     QThreadPool &m_pool;
+    int m_niceness = 0;
     Shot m_shot;
     int m_maxPixels = 0;
     QSize m_fitPx;

@@ -6,6 +6,7 @@
 #include "SorviApp/views/RatingBadges.h"
 #include "SorviApp/views/ShotImage.h"
 #include "SorviApp/views/ZoomGeometry.h"
+#include "SorviKit/core/CpuShare.h"
 #include "SorviKit/previews/PreviewLoader.h"
 
 #include <QCheckBox>
@@ -139,7 +140,7 @@ ShotPanel::ShotPanel(SorviModel &model, QWidget *parent) : QScrollArea(parent), 
     // Two threads, so that a slow preview decode for the faces never holds up the
     // histogram of the next photo.
     m_pool.setMaxThreadCount(2);
-    m_preview = new ShotImage(model.previews(), m_pool, this);
+    m_preview = new ShotImage(model.previews(), m_pool, CpuShare::aheadNiceness, this);
     connect(m_preview, &ShotImage::imageReady, this, &ShotPanel::countTones);
 
     auto *content = new QWidget(this);

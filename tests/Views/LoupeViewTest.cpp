@@ -208,4 +208,9 @@ TEST(LoupeView, KeepZoomAcrossPhotosAndClippingMarks)
     EXPECT_EQ(zoom->scrollView()->magnification(), magnification);
     EXPECT_TRUE(nearRect(zoom->state()->visible(), looked, 0.002)) << "visible part moved across ←";
     h.model.setKeepZoom(false);
+
+    // Out of zoom, every full picture is let go, those still decoding once they are done.
+    h.press(Qt::Key_Escape);
+    EXPECT_FALSE(h.model.zoomed());
+    EXPECT_TRUE(QTest::qWaitFor([&] { return h.loupe->neighbours().fullBytes() == 0; }, ModelTest::loadTimeoutMs));
 }

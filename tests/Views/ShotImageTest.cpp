@@ -66,7 +66,7 @@ TEST(ShotImage, LoadsOffTheGuiThreadThenFromTheCacheAndFailsOnADamagedFile)
     const Shot red = jpegShot(dir, QStringLiteral("red"), Qt::red);
     PreviewLoader loader;
     QThreadPool pool;
-    ShotImage first(loader, pool);
+    ShotImage first(loader, pool, 0);
     QSignalSpy ready(&first, &ShotImage::imageReady);
     first.request(red, 256, {100, 100});
     EXPECT_TRUE(first.isLoading());
@@ -78,7 +78,7 @@ TEST(ShotImage, LoadsOffTheGuiThreadThenFromTheCacheAndFailsOnADamagedFile)
     ASSERT_TRUE(loader.cached(red, 256));
 
     // A second view of the same shot gets the cached picture at once, without a worker.
-    ShotImage second(loader, pool);
+    ShotImage second(loader, pool, 0);
     second.request(red, 256, {60, 60});
     EXPECT_FALSE(second.isLoading());
     EXPECT_EQ(second.image().size(), QSize(60, 40));
@@ -101,7 +101,7 @@ TEST(ShotImage, StaleAndDroppedRequestsAreNeverDecoded)
     PreviewLoader loader;
     {
         BlockedPool blocked;
-        ShotImage image(loader, blocked.pool);
+        ShotImage image(loader, blocked.pool, 0);
         QSignalSpy ready(&image, &ShotImage::imageReady);
         image.request(red, 256, {100, 100});
         image.request(blue, 256, {100, 100}); // the user moved on before red was decoded
@@ -115,7 +115,7 @@ TEST(ShotImage, StaleAndDroppedRequestsAreNeverDecoded)
     }
     {
         BlockedPool blocked;
-        auto image = std::make_unique<ShotImage>(loader, blocked.pool);
+        auto image = std::make_unique<ShotImage>(loader, blocked.pool, 0);
         image->request(green, 256, {100, 100});
         image.reset(); // the cell scrolled far away
         blocked.gate.release();
