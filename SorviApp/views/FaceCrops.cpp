@@ -19,6 +19,14 @@ QRect FaceCrops::cropRect(const QRectF &box, QSize picture)
     return QRect(left, top, side, side);
 }
 
+bool FaceCrops::needsMorePixels(const QList<FaceMark> &marks, QSize picture, int side)
+{
+    return std::any_of(marks.cbegin(), marks.cend(), [&](const FaceMark &mark) {
+        const QRect crop = cropRect(mark.box, picture);
+        return !crop.isEmpty() && crop.width() < side;
+    });
+}
+
 QList<QImage> FaceCrops::cut(const QImage &picture, const QList<FaceMark> &marks, int side)
 {
     QList<QImage> crops;

@@ -21,6 +21,10 @@ inline constexpr double padding = 0.25;
 /// Empty for an empty box or picture.
 QRect cropRect(const QRectF &box, QSize picture);
 
+/// Whether some face of `marks` covers fewer than `side` pixels of `picture`, so that
+/// its close-up would be enlarged, soft, and a larger picture should be cut instead.
+bool needsMorePixels(const QList<FaceMark> &marks, QSize picture, int side);
+
 /// The close-up of each of `marks` cut from the upright `picture`, scaled to `side`
 /// pixels square; a null image for a mark whose crop is empty.
 QList<QImage> cut(const QImage &picture, const QList<FaceMark> &marks, int side);

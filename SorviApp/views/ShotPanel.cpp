@@ -547,19 +547,26 @@ void ShotPanel::loadFaces(const Shot &shot, const QList<FaceMark> &marks)
             showFaces(id, watcher->result());
     });
     const int side = int(std::ceil(faceSide * devicePixelRatioF()));
-    // The screen-sized preview the loupe shows (usually cached already) holds more pixels
-    // for every counted face than a close-up can show, so no full-resolution decode.
     const int maxPixels = SorviModel::screenPixels();
     watcher->setFuture(QtConcurrent::run(&m_pool, [previews = &m_model.previews(), shot, marks, side, maxPixels,
                                                    cancelled] {
         // Another photo was chosen before a worker got here: no decode at all.
         if (*cancelled)
             return QList<QImage>();
+        CpuShare::standBack(CpuShare::aheadNiceness);
+        // The screen-sized preview the loupe shows is usually cached already and holds
+        // enough pixels for most faces; only a small face sends us to the full picture.
         const std::optional<ShotPreview> preview = previews->preview(shot, maxPixels);
         if (!preview || *cancelled)
             return QList<QImage>();
         // Boxes are fractions of the upright picture.
-        return FaceCrops::cut(PreviewLoader::upright(preview->image, preview->orientation), marks, side);
+        QImage picture = PreviewLoader::upright(preview->image, preview->orientation);
+        if (FaceCrops::needsMorePixels(marks, picture.size(), side)) {
+            const std::optional<ShotPreview> full = *cancelled ? std::nullopt : PreviewLoader::fullResolution(shot);
+            if (full && full->image.width() * full->image.height() > preview->image.width() * preview->image.height())
+                picture = PreviewLoader::upright(full->image, full->orientation);
+        }
+        return *cancelled ? QList<QImage>() : FaceCrops::cut(picture, marks, side);
     }));
 }
 

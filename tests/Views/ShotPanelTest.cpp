@@ -121,6 +121,10 @@ TEST(ShotPanel, StoredChecksAndFaceCloseUps)
     // One close-up per face: a square padded a quarter on each side, kept inside the picture.
     EXPECT_EQ(FaceCrops::cropRect(QRectF(0.4, 0.4, 0.2, 0.1), QSize(1000, 500)), QRect(350, 75, 300, 300));
     EXPECT_EQ(FaceCrops::cropRect(QRectF(0.9, 0.85, 0.1, 0.15), QSize(1000, 500)), QRect(850, 350, 150, 150));
+    // A face under the close-up's size in the preview is cut from the full picture instead.
+    const QList<FaceMark> small{{QRectF(0.5, 0.5, 0.05, 0.05), true}};
+    EXPECT_TRUE(FaceCrops::needsMorePixels(small, QSize(1000, 500), 96));
+    EXPECT_FALSE(FaceCrops::needsMorePixels(small, QSize(4000, 2000), 96));
     EXPECT_EQ(panel.faceCount(), 3);
     ASSERT_TRUE(ModelTest::waitFor([&] { return panel.loadedFaceCount() == 3 && panel.histogram(); }));
     for (const QLabel *picture : panel.findChild<QWidget *>(QStringLiteral("faces"))->findChildren<QLabel *>())
@@ -129,4 +133,27 @@ TEST(ShotPanel, StoredChecksAndFaceCloseUps)
         }
     model.update([](Rating &r) { r = {4, Rating::Flag::pick, Rating::Label::blue}; }, false);
     saveScreenshot(panel.widget()->grab().toImage(), QStringLiteral("shot-panel"));
+}
+
+// Real faces from the corpus (one of them stored sideways): a close-up for each face the
+// checks found, its eye state beside it.
+TEST(ShotPanel, CloseUpsOfRealFaces)
+{
+    SKIP_WITHOUT_CORPUS();
+    QTemporaryDir dir;
+    QTemporaryDir store;
+    for (const char *name : {"dlib/2008_001322.jpg", "other/portrait-orientation-6.jpg"})
+        ASSERT_TRUE(QFile::copy(TestFiles::corpus() + "/faces/" + name, dir.filePath(QFileInfo(name).fileName())));
+    SorviModel::Options options;
+    options.storeDirectory = store.path();
+    SorviModel model(options);
+    ShotPanel panel(model);
+    show(panel);
+    ASSERT_TRUE(ModelTest::openAndWait(model, dir.path(), ModelTest::checksTimeoutMs));
+    for (const Shot &shot : model.shots()) {
+        model.setSelection(shot.id);
+        ASSERT_GE(panel.faceCount(), 1) << shot.id.toStdString();
+        ASSERT_TRUE(ModelTest::waitFor([&] { return panel.loadedFaceCount() == panel.faceCount() && panel.histogram(); })) << shot.id.toStdString();
+        saveScreenshot(panel.widget()->grab().toImage(), QStringLiteral("shot-panel-faces-") + shot.id);
+    }
 }
