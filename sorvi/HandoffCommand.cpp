@@ -98,7 +98,7 @@ int Commands::handoff(const QStringList &args)
                               .arg(QString(filled, QLatin1Char('#')), QString(30 - filled, QLatin1Char('-')))
                               .arg(int(fraction * 100)));
         };
-        report = HandoffPlan::run(choices, openFolder(session, writable), MoveLog(request->folder), showProgress);
+        report = HandoffPlan::run(choices, openFolder(session, writable), MoveLog(request->folder), {showProgress});
     }
     int status = print(report);
     if (status == 0 && choices.moveRejects && !writable) {

@@ -21,7 +21,21 @@ struct CopyResult {
     std::uint64_t bytes = 0;    ///< bytes copied by verified copy
     int alreadyThere = 0;       ///< identical files found at the target, skipped
     int locationRemoved = 0;    ///< JPEG/HEIC copies written without location (also in files)
+    int notCopied = 0;          ///< files left out because the copy was cancelled
     friend bool operator==(const CopyResult &, const CopyResult &) = default;
+};
+
+/// What a copy tells whoever waits for it, and asks of them. Every member may be empty;
+/// all are called on the copying thread.
+struct CopyWatch {
+    /// The fraction done (0…1), by bytes written and read back, also inside a file, so
+    /// that one large RAW does not hold the bar still.
+    std::function<void(double)> progress;
+    /// Asked before each file: true stops the copy there, leaving the files so far
+    /// copied and verified, and the rest counted in notCopied.
+    std::function<bool()> cancelled;
+    /// Test seam: each verified copy's path after it was written, before it is read back.
+    std::function<void(const QString &)> afterWrite;
 };
 
 /// A copy whose read-back differed from the original.
@@ -56,12 +70,10 @@ int writeSidecars(const QList<Shot> &shots, const QHash<QString, Rating> &rating
 int writeSidecars(const QList<Shot> &shots, const QHash<QString, Rating> &ratings, const QString &root,
                   const QString &into);
 
-/// `progress` gets the fraction done (0…1) on the calling thread.
-/// `afterWrite` is a test seam called with each verified copy's path after it was written
-/// and before it is read back.
+/// Copies the shots' files (with their sidecars) below `destination`, keeping their
+/// folders below `root`, each read back and checked against the original.
 CopyResult copy(const QList<Shot> &shots, const QString &root, const QString &destination, bool removeLocation,
-                const std::function<void(double)> &progress = {},
-                const std::function<void(const QString &)> &afterWrite = {});
+                const CopyWatch &watch = {});
 
 int writeFlagsList(const QList<Shot> &shots, const QHash<QString, Rating> &ratings, const QString &root,
                    const QString &folder = {});
@@ -82,8 +94,10 @@ bool canWrite(const QString &folder, bool test);
 QString uniqueTarget(const QString &path);
 QString relativePath(const QString &file, const QString &root);
 std::uint64_t size(const QString &path);
-QString hash(const QString &path, bool uncached);
-QString copyHashing(const QString &source, const QString &target);
+/// `onBytes`, when given, hears of every chunk read (its length).
+QString hash(const QString &path, bool uncached, const std::function<void(std::uint64_t)> &onBytes = {});
+QString copyHashing(const QString &source, const QString &target,
+                    const std::function<void(std::uint64_t)> &onBytes = {});
 bool writeWithoutLocation(const QString &source, const QString &target);
 
 } // namespace Handoff

@@ -139,16 +139,16 @@ std::optional<QByteArray> bytesWithoutLocation(const QString &source)
 
 // The copy lands beside anything already at `target`; a copy that reads back
 // differently, or cannot be read back, is removed so it never passes for a good one.
-void copyVerified(const QString &source, const QString &target,
-                  const std::function<void(const QString &)> &afterWrite)
+void copyVerified(const QString &source, const QString &target, const std::function<void(const QString &)> &afterWrite,
+                  const std::function<void(std::uint64_t)> &onBytes)
 {
     const QString written = uniqueTarget(target);
-    const QString digest = copyHashing(source, written);
+    const QString digest = copyHashing(source, written, onBytes);
     if (afterWrite)
         afterWrite(written);
     bool same = false;
     try {
-        same = hash(written, true) == digest;
+        same = hash(written, true, onBytes) == digest;
     } catch (const FileError &) {
         ::unlink(native(written).constData());
         throw;
@@ -159,17 +159,19 @@ void copyVerified(const QString &source, const QString &target,
     }
 }
 
-bool identicalFileAt(const QString &target, const QString &source)
+// Same size first: a file of another size is told apart without reading either.
+bool identicalFileAt(const QString &target, const QString &source, std::uint64_t sourceSize)
 {
     struct stat info;
-    if (::stat(native(target).constData(), &info) != 0 || !S_ISREG(info.st_mode))
+    if (::stat(native(target).constData(), &info) != 0 || !S_ISREG(info.st_mode)
+        || std::uint64_t(info.st_size) != sourceSize)
         return false;
     return hash(target, false) == hash(source, false);
 }
 
 } // namespace
 
-QString hash(const QString &path, bool uncached)
+QString hash(const QString &path, bool uncached, const std::function<void(std::uint64_t)> &onBytes)
 {
     Descriptor fd = openForReading(path);
     if (uncached) {
@@ -183,12 +185,15 @@ QString hash(const QString &path, bool uncached)
     ::posix_fadvise(fd.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
     XXH64 hasher(0);
     const auto buffer = std::make_unique_for_overwrite<char[]>(chunk);
-    while (const std::size_t got = readChunk(fd.get(), buffer.get(), path))
+    while (const std::size_t got = readChunk(fd.get(), buffer.get(), path)) {
         hasher.update(buffer.get(), got);
+        if (onBytes)
+            onBytes(got);
+    }
     return QString::fromStdString(hasher.finalize());
 }
 
-QString copyHashing(const QString &source, const QString &target)
+QString copyHashing(const QString &source, const QString &target, const std::function<void(std::uint64_t)> &onBytes)
 {
     Descriptor in = openForReading(source);
     Descriptor out = createNew(target);
@@ -200,6 +205,8 @@ QString copyHashing(const QString &source, const QString &target)
         while (const std::size_t got = readChunk(in.get(), buffer.get(), source)) {
             hasher.update(buffer.get(), got);
             writeAll(out.get(), buffer.get(), got, target);
+            if (onBytes)
+                onBytes(got);
         }
         finishWriting(out, target);
         return QString::fromStdString(hasher.finalize());
@@ -227,36 +234,47 @@ bool writeWithoutLocation(const QString &source, const QString &target)
 }
 
 CopyResult copy(const QList<Shot> &shots, const QString &root, const QString &destination, bool removeLocation,
-                const std::function<void(double)> &progress,
-                const std::function<void(const QString &)> &afterWrite)
+                const CopyWatch &watch)
 {
     const QStringList files = gatherFiles(shots);
     QList<std::uint64_t> sizes;
     std::uint64_t total = 0;
     for (const QString &file : files)
         total += sizes.emplace_back(size(file));
-    const double whole = double(std::max<std::uint64_t>(total, 1));
+    // Each copied byte is written once and read back once.
+    const double whole = double(std::max<std::uint64_t>(2 * total, 1));
     std::uint64_t done = 0;
+    std::uint64_t inFile = 0;
+    const auto onBytes = [&](std::uint64_t bytes) {
+        inFile += bytes;
+        if (watch.progress)
+            watch.progress(std::min(1.0, double(done + inFile) / whole));
+    };
     CopyResult result;
     for (qsizetype i = 0; i < files.size(); ++i) {
+        if (watch.cancelled && watch.cancelled()) {
+            result.notCopied = int(files.size() - i);
+            return result;
+        }
         const QString &file = files[i];
         const QString target = destination + QLatin1Char('/') + relativePath(file, root);
         makeFolder(folderOf(target));
+        inFile = 0;
         // A stripped copy differs from its source by design, so it is never matched
         // against an earlier one and always takes a fresh name.
         if (removeLocation && carriesLocation(file) && writeWithoutLocation(file, uniqueTarget(target))) {
             ++result.files;
             ++result.locationRemoved;
-        } else if (identicalFileAt(target, file)) {
+        } else if (identicalFileAt(target, file, sizes[i])) {
             ++result.alreadyThere;
         } else {
-            copyVerified(file, target, afterWrite);
+            copyVerified(file, target, watch.afterWrite, onBytes);
             ++result.files;
             result.bytes += sizes[i];
         }
-        done += sizes[i];
-        if (progress)
-            progress(double(done) / whole);
+        done += 2 * sizes[i];
+        if (watch.progress)
+            watch.progress(double(done) / whole);
     }
     return result;
 }

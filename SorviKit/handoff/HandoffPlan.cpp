@@ -59,17 +59,24 @@ void writeInPlace(const Choices &choices, const Folder &folder, QStringList &lin
 }
 
 // The copy first, so that sidecars and the flags list describe exactly what was copied.
-void copyThenDescribe(const Choices &choices, const Folder &folder, const std::function<void(double)> &progress,
+// Returns false when the copy was cancelled, so that nothing runs after it.
+bool copyThenDescribe(const Choices &choices, const Folder &folder, const Handoff::CopyWatch &watch,
                       QStringList &lines)
 {
     const QList<Shot> chosen = toCopy(folder, choices.copyWhat);
-    lines << copyLine(Handoff::copy(chosen, folder.path, choices.destination, choices.removeLocation, progress),
-                      choices.destination);
+    const Handoff::CopyResult copied =
+        Handoff::copy(chosen, folder.path, choices.destination, choices.removeLocation, watch);
+    lines << copyLine(copied, choices.destination);
+    if (copied.notCopied > 0) {
+        lines << QStringLiteral("Cancelled: %1 not copied.").arg(Wording::counted(copied.notCopied, QStringLiteral("file")));
+        return false;
+    }
     if (choices.sidecars)
         lines << sidecarsLine(Handoff::writeSidecars(chosen, folder.ratings, folder.path, choices.destination),
                               choices.destination);
     if (choices.flagsList)
         lines << flagsListLine(Handoff::writeFlagsList(chosen, folder.ratings, folder.path, choices.destination));
+    return true;
 }
 
 void moveRejectsAside(const Folder &folder, const MoveLog &log, QStringList &lines)
@@ -122,15 +129,16 @@ bool needsSidecarFolder(const Choices &choices, bool readOnly)
     return readOnly && (choices.sidecars || choices.flagsList) && !choices.copy && choices.sidecarFolder.isEmpty();
 }
 
-Report run(const Choices &choices, const Folder &folder, const MoveLog &log,
-           const std::function<void(double)> &progress)
+Report run(const Choices &choices, const Folder &folder, const MoveLog &log, const Handoff::CopyWatch &watch)
 {
     Report report;
     try {
         if (!choices.copy)
             writeInPlace(choices, folder, report.lines);
-        else if (!choices.destination.isEmpty())
-            copyThenDescribe(choices, folder, progress, report.lines);
+        else if (!choices.destination.isEmpty() && !copyThenDescribe(choices, folder, watch, report.lines)) {
+            report.cancelled = true;
+            return report;
+        }
         if (choices.moveRejects && folder.writable)
             moveRejectsAside(folder, log, report.lines);
     } catch (const Handoff::VerifyFailed &failure) {

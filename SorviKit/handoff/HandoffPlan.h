@@ -1,6 +1,7 @@
 #pragma once
 
 #include "SorviKit/core/Rating.h"
+#include "SorviKit/handoff/Handoff.h"
 #include "SorviKit/library/Shot.h"
 
 #include <QHash>
@@ -45,7 +46,8 @@ struct Folder {
 /// stopped it, if any.
 struct Report {
     QStringList lines;
-    QString failure; ///< empty when every step finished
+    QString failure;        ///< empty when every step finished
+    bool cancelled = false; ///< the copy was cancelled; the steps after it did not run
     friend bool operator==(const Report &, const Report &) = default;
 };
 
@@ -65,11 +67,11 @@ bool needsSidecarFolder(const Choices &choices, bool readOnly);
 /// Runs the chosen steps in order: without a copy, sidecars then the flags list (into
 /// the sidecar folder when one is chosen); with one, the copy, then sidecars and the
 /// flags list beside the copies; last, when the folder can be written, the rejects are
-/// moved, each recorded in `log` first. `progress` gets the copy's fraction done (0…1)
-/// on the calling thread. Never throws a file error: the first one stops the run and
-/// becomes the report's failure, the lines of the finished steps stay.
-Report run(const Choices &choices, const Folder &folder, const MoveLog &log,
-           const std::function<void(double)> &progress = {});
+/// moved, each recorded in `log` first. `watch` hears the copy's progress and may cancel
+/// it between files; a cancelled copy reports what it did and what it left, and nothing
+/// runs after it. Never throws a file error: the first one stops the run and becomes the
+/// report's failure, the lines of the finished steps stay.
+Report run(const Choices &choices, const Folder &folder, const MoveLog &log, const Handoff::CopyWatch &watch = {});
 
 /// Puts back every reject recorded in `log` (see Handoff::undo) and then forgets them.
 /// No lines and no failure when nothing is recorded. On a failure the record keeps

@@ -70,7 +70,7 @@ TEST(HandoffCopyTest, CopiesEveryFileOnceVerifiedAndNeverOverwrites)
         }
     };
     try {
-        Handoff::copy(shots, card, destination, false, {}, corrupt);
+        Handoff::copy(shots, card, destination, false, {.afterWrite = corrupt});
         FAIL() << "the damaged copy passed";
     } catch (const Handoff::VerifyFailed &failure) {
         EXPECT_EQ(failure.name(), "IMG_0002.CR3");
@@ -83,7 +83,7 @@ TEST(HandoffCopyTest, CopiesEveryFileOnceVerifiedAndNeverOverwrites)
 
     QList<double> fractions;
     const CopyResult second =
-        Handoff::copy(shots, card, destination, false, [&](double fraction) { fractions << fraction; });
+        Handoff::copy(shots, card, destination, false, {[&](double fraction) { fractions << fraction; }});
     const auto size = [&](const char *file) { return std::uint64_t(QFileInfo(card + '/' + file).size()); };
     EXPECT_EQ(second, (CopyResult{2, size("DCIM/IMG_0002.CR3") + size("NAME"), 3, 0}))
         << "a pair with one sidecar is three files";
@@ -96,6 +96,16 @@ TEST(HandoffCopyTest, CopiesEveryFileOnceVerifiedAndNeverOverwrites)
     ASSERT_FALSE(fractions.isEmpty());
     EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
     EXPECT_DOUBLE_EQ(fractions.last(), 1.0);
+    // The bar moves inside files, chunk by chunk, written and read back.
+    EXPECT_GE(QSet<double>(fractions.begin(), fractions.end()).size(), 9);
+
+    // Cancelled after two files: those two are whole and verified, the rest counted.
+    const QString third = dir.path() + "/third";
+    int asked = 0;
+    const CopyResult cancelled = Handoff::copy(shots, card, third, false, {.cancelled = [&] { return ++asked > 2; }});
+    EXPECT_EQ(cancelled.files, 2);
+    EXPECT_EQ(cancelled.notCopied, 3);
+    EXPECT_EQ(tree(third), (QStringList{"DCIM/IMG_0001.CR3", "DCIM/IMG_0001.JPG"}));
     EXPECT_EQ(snapshot(card), originals) << "the photos were changed";
 }
 

@@ -110,7 +110,7 @@ TEST(HandoffPlanTest, StepsRunInOrderAndSayWhatTheyDid)
         QList<double> fractions;
 
         const HandoffPlan::Report report = HandoffPlan::run(choices, folder, MoveLog(folder.path, dir.path() + "/log"),
-                                                            [&](double fraction) { fractions << fraction; });
+                                                            {[&](double fraction) { fractions << fraction; }});
         EXPECT_EQ(report.lines, c.lines);
         EXPECT_TRUE(c.failure.isEmpty() ? report.failure.isEmpty() : report.failure.startsWith(c.failure))
             << report.failure.toStdString();
