@@ -19,6 +19,12 @@ class MoveLog;
 /// Synchronous; run it off the GUI thread.
 namespace HandoffPlan {
 
+/// Which editors the sidecars are written for.
+enum class SidecarStyle {
+    lightroom, ///< NAME.xmp beside NAME.RAW: Lightroom, Capture One
+    darktable, ///< NAME.EXT.xmp for every file: darktable, digiKam
+};
+
 /// What to hand off. The defaults are those of a first hand-off.
 struct Choices {
     bool sidecars = true;  ///< XMP sidecars for the RAW files
@@ -31,6 +37,12 @@ struct Choices {
     /// Where sidecars and the flags list go when not copying (a card that can't be
     /// written); empty: beside the photos.
     QString sidecarFolder;
+    /// A second drive every chosen photo is also copied to and verified on (a backup);
+    /// empty: none. A failure on one destination does not cost the other its copies.
+    QString secondDestination;
+    SidecarStyle sidecarStyle = SidecarStyle::lightroom;
+    /// A manifest of the verified copies at each destination, for `sorvi verify`.
+    bool manifest = false;
     friend bool operator==(const Choices &, const Choices &) = default;
 };
 
