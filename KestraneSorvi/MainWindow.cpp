@@ -45,6 +45,11 @@ void MainWindow::buildMenus()
     QMenu *file = menuBar()->addMenu(QStringLiteral("&File"));
     m_open = file->addAction(QStringLiteral("Open Folder…"), this, &MainWindow::chooseFolder);
     m_open->setShortcut(QKeySequence::Open);
+    m_handOff = file->addAction(QStringLiteral("Hand Off…"), this, [this] { m_model.setShowHandoff(true); });
+    // The shortcut editors use for export.
+    m_handOff->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_E));
+    m_handOff->setEnabled(!m_model.folder().isEmpty());
+    connect(&m_model, &SorviModel::folderChanged, this, [this] { m_handOff->setEnabled(!m_model.folder().isEmpty()); });
     file->addSeparator();
     QAction *quit = file->addAction(QStringLiteral("Quit"), qApp, &QApplication::closeAllWindows);
     quit->setShortcut(QKeySequence::Quit);

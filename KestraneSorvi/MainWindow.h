@@ -26,6 +26,7 @@ public:
 
     QAction *undoAction() const { return m_undo; }
     QAction *openAction() const { return m_open; }
+    QAction *handOffAction() const { return m_handOff; }
     QAction *showInspectorAction() const { return m_showInspector; }
     QAction *showClippingAction() const { return m_showClipping; }
     QAction *keepZoomAction() const { return m_keepZoom; }
@@ -47,6 +48,7 @@ private:
     BrowserView *m_browser = nullptr;
     QAction *m_open = nullptr;
     QAction *m_undo = nullptr;
+    QAction *m_handOff = nullptr;
     QAction *m_showInspector = nullptr;
     QAction *m_showClipping = nullptr;
     QAction *m_keepZoom = nullptr;

@@ -257,6 +257,12 @@ public:
     /// The recent folders with whether each is reachable now; re-read on every call.
     QList<RecentFolder> recentFolders() const;
 
+    /// Where catalogs, check results and the move records are kept.
+    QString storeDirectory() const { return m_options.storeDirectory; }
+    /// Shows a settings write that failed (or kept an unreadable file aside) in the
+    /// warning line, like every other write of ours; a later good write clears it.
+    void noteSettingsWrite(const UserSettings::Outcome &outcome);
+
     /// Blocks until every write of our files asked for so far is on disk (or failed): for
     /// quitting and for tests, never for an action.
     void waitForWrites() { m_writer.waitForIdle(); }
@@ -333,7 +339,6 @@ private:
 
     // Warnings.
     void noteStoreEvent(const StoreEvent &event);
-    void noteSettingsWrite(const UserSettings::Outcome &outcome);
     void refreshWarning();
 
     // Ratings.

@@ -1,6 +1,7 @@
 #include "SorviApp/views/BrowserView.h"
 
 #include "SorviApp/views/GridView.h"
+#include "SorviApp/views/HandoffView.h"
 #include "SorviApp/views/ShotPanel.h"
 #include "SorviApp/views/LoupeView.h"
 #include "SorviApp/model/SorviModel.h"
@@ -60,6 +61,16 @@ QIcon wandIcon()
         spark(p, {23, 8}, 6);
         spark(p, {11, 7}, 3.5);
         spark(p, {25, 20}, 3.5);
+    });
+}
+
+// A tray with an arrow leaving it.
+QIcon handOffIcon()
+{
+    return drawnIcon([](QPainter &p) {
+        p.drawPolyline(QPolygonF({{5, 18}, {5, 27}, {27, 27}, {27, 18}}));
+        p.drawLine(QPointF(16, 21), QPointF(16, 5));
+        p.drawPolyline(QPolygonF({{10, 11}, {16, 5}, {22, 11}}));
     });
 }
 
@@ -136,6 +147,7 @@ BrowserView::BrowserView(SorviModel &model, QWidget *parent) : QWidget(parent), 
     connect(&model, &SorviModel::minimumStarsChanged, this, &BrowserView::refreshStars);
     connect(&model, &SorviModel::checkingChanged, this, &BrowserView::refreshChecksButton);
     connect(&model, &SorviModel::showChecksChanged, this, [this] { m_showBadges->setChecked(m_model.showChecks()); });
+    connect(&model, &SorviModel::showHandoffChanged, this, &BrowserView::refreshHandoff);
     connect(&model, &SorviModel::showInspectorChanged, this,
             [this] { m_inspector->setVisible(m_model.showInspector()); });
     m_inspector->setVisible(m_model.showInspector());
@@ -185,9 +197,37 @@ QWidget *BrowserView::makeToolbar()
     m_countLine = new QLabel(bar);
     m_countLine->setObjectName(QStringLiteral("countLine"));
     row->addWidget(m_countLine);
+
+    QToolButton *handOff = toolButton(QStringLiteral("Hand Off"), handOffIcon(),
+                                      QStringLiteral("Write ratings for Lightroom and Capture One, copy your picks, "
+                                                     "move rejects aside"),
+                                      bar);
+    handOff->setObjectName(QStringLiteral("handOffButton"));
+    connect(handOff, &QToolButton::clicked, this, [this] { m_model.setShowHandoff(true); });
+    row->addWidget(handOff);
     refreshFilter();
     refreshStars();
     return bar;
+}
+
+HandoffView *BrowserView::handoffView() const { return m_handoff; }
+
+void BrowserView::refreshHandoff()
+{
+    if (!m_model.showHandoff()) {
+        if (m_handoff)
+            m_handoff->reject(); // cancels a run first; the sheet closes when it has stopped
+        return;
+    }
+    if (m_handoff || m_model.folder().isEmpty())
+        return;
+    m_handoff = new HandoffView(m_model, this);
+    m_handoff->setAttribute(Qt::WA_DeleteOnClose);
+    connect(m_handoff, &QDialog::finished, this, [this] {
+        m_handoff = nullptr;
+        m_model.setShowHandoff(false);
+    });
+    m_handoff->open();
 }
 
 QToolButton *BrowserView::makeStarButton()

@@ -2,9 +2,11 @@
 
 #include "SorviApp/views/KeyboardMap.h"
 
+#include <QPointer>
 #include <QWidget>
 
 class GridView;
+class HandoffView;
 class ShotPanel;
 class LoupeView;
 class QActionGroup;
@@ -18,7 +20,8 @@ class StepBar;
 
 /// The main window's content while a folder is open: a toolbar (close the folder, which
 /// photos to show, a star minimum, grid or single photo, the checks' bulk actions), the
-/// count line, the photos as a grid or one at a time (or the scan's empty states) with the
+/// count line and "Hand Off" (which opens the hand-off sheet while the model's
+/// showHandoff is on), the photos as a grid or one at a time (or the scan's empty states) with the
 /// inspector beside them when it is shown, and a status bar with the step bar and the
 /// selected shot's burst. It holds no state of its own beyond the grid's column count: it
 /// reads the model and calls its operations, and with keyboard focus it rates and moves
@@ -34,6 +37,8 @@ public:
     int gridColumns() const { return m_gridColumns; }
     /// The action a key press gets in the current state (none when it is not ours).
     KeyAction actionFor(const QKeyEvent &press) const;
+    /// The hand-off sheet while it is open.
+    HandoffView *handoffView() const;
 
 signals:
     /// "Folders" was pressed: close this folder and show the welcome screen.
@@ -62,12 +67,14 @@ private:
     void refreshStars();
     void refreshChecksButton();
     void refreshChecksMenu();
+    void refreshHandoff();
 
     SorviModel &m_model;
     int m_gridColumns = 1;
     GridView *m_grid = nullptr;
     LoupeView *m_loupe = nullptr;
     ShotPanel *m_inspector = nullptr;
+    QPointer<HandoffView> m_handoff; ///< the open hand-off sheet
     QStackedWidget *m_stack = nullptr;
     QWidget *m_lookingPage = nullptr;
     QWidget *m_nothingFoundPage = nullptr;
