@@ -57,10 +57,12 @@ QStringList gatherFiles(const QList<Shot> &shots)
     for (const Shot &shot : shots) {
         for (const QString &file : shot.files) {
             gathered.insert(file);
-            // A pair shares one sidecar; the set keeps it from travelling twice.
-            const QString sidecar = XMPSidecar::pathFor(file);
-            if (QFileInfo(sidecar).isFile())
-                gathered.insert(sidecar);
+            // A pair shares one Lightroom sidecar; the set keeps it from travelling twice.
+            for (const XMPSidecar::Style style : {XMPSidecar::Style::lightroom, XMPSidecar::Style::darktable}) {
+                const QString sidecar = XMPSidecar::pathFor(file, style);
+                if (QFileInfo(sidecar).isFile())
+                    gathered.insert(sidecar);
+            }
         }
     }
     QStringList files(gathered.begin(), gathered.end());
@@ -82,23 +84,28 @@ QString verifyFailedSentence(const QString &name)
 }
 
 struct SidecarJob {
-    QString raw;
+    QString photo;
     Rating rating;
 };
 
-// RAW shots only: JPEG and HEIC carry their rating inside. An empty rating still goes
-// out when a sidecar exists, so that clearing a rating reaches the editors too.
-QList<SidecarJob> sidecarJobs(const QList<Shot> &shots, const QHash<QString, Rating> &ratings)
+// Lightroom style: RAW files only, as Lightroom reads JPEG and HEIC ratings from inside
+// them. darktable style: every file, since darktable and digiKam keep a sidecar for each.
+// An empty rating still goes out when a sidecar exists, so that clearing a rating
+// reaches the editors too.
+QList<SidecarJob> sidecarJobs(const QList<Shot> &shots, const QHash<QString, Rating> &ratings,
+                              XMPSidecar::Style style)
 {
     QList<SidecarJob> jobs;
     for (const Shot &shot : shots) {
-        const std::optional<QString> raw = shot.raw();
-        if (!raw)
-            continue;
         const Rating rating = ratings.value(shot.id);
-        if (rating.isEmpty() && !occupied(XMPSidecar::pathFor(*raw)))
-            continue;
-        jobs.append({*raw, rating});
+        QStringList photos = shot.files;
+        if (style == XMPSidecar::Style::lightroom) {
+            const std::optional<QString> raw = shot.raw();
+            photos = raw ? QStringList{*raw} : QStringList();
+        }
+        for (const QString &photo : photos)
+            if (!rating.isEmpty() || occupied(XMPSidecar::pathFor(photo, style)))
+                jobs.append({photo, rating});
     }
     return jobs;
 }
@@ -125,29 +132,29 @@ QString VerifyFailed::description() const
     return verifyFailedSentence(m_name);
 }
 
-int writeSidecars(const QList<Shot> &shots, const QHash<QString, Rating> &ratings)
+int writeSidecars(const QList<Shot> &shots, const QHash<QString, Rating> &ratings, XMPSidecar::Style style)
 {
     int written = 0;
-    for (const SidecarJob &job : sidecarJobs(shots, ratings)) {
-        XMPSidecar::write(job.rating, job.raw);
+    for (const SidecarJob &job : sidecarJobs(shots, ratings, style)) {
+        XMPSidecar::write(job.rating, job.photo, style);
         ++written;
     }
     return written;
 }
 
 int writeSidecars(const QList<Shot> &shots, const QHash<QString, Rating> &ratings, const QString &root,
-                  const QString &into)
+                  const QString &into, XMPSidecar::Style style)
 {
     int written = 0;
-    for (const SidecarJob &job : sidecarJobs(shots, ratings)) {
-        const QString mirror = into + QLatin1Char('/') + relativePath(job.raw, root);
+    for (const SidecarJob &job : sidecarJobs(shots, ratings, style)) {
+        const QString mirror = into + QLatin1Char('/') + relativePath(job.photo, root);
         makeFolder(folderOf(mirror));
-        const QString sourceSidecar = XMPSidecar::pathFor(job.raw);
-        const QString mirrorSidecar = XMPSidecar::pathFor(mirror);
+        const QString sourceSidecar = XMPSidecar::pathFor(job.photo, style);
+        const QString mirrorSidecar = XMPSidecar::pathFor(mirror, style);
         // Starting from the card's sidecar keeps what other tools wrote into it.
         if (occupied(sourceSidecar) && !occupied(mirrorSidecar))
             copyHashing(sourceSidecar, mirrorSidecar);
-        XMPSidecar::write(job.rating, mirror);
+        XMPSidecar::write(job.rating, mirror, style);
         ++written;
     }
     return written;

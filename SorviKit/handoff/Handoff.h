@@ -1,12 +1,15 @@
 #pragma once
 
 #include "SorviKit/core/Rating.h"
+#include "SorviKit/handoff/XMPSidecar.h"
 #include "SorviKit/library/Shot.h"
 
+#include <QDateTime>
 #include <QHash>
 #include <QList>
 #include <QString>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <stdexcept>
 
@@ -23,6 +26,26 @@ struct CopyResult {
     int locationRemoved = 0;    ///< JPEG/HEIC copies written without location (also in files)
     int notCopied = 0;          ///< files left out because the copy was cancelled
     friend bool operator==(const CopyResult &, const CopyResult &) = default;
+};
+
+/// A file at a destination whose bytes are known to be right: copied and read back,
+/// found identical to its original, or written without location and read back.
+struct VerifiedFile {
+    QString path;          ///< below the destination, as it landed ("DCIM/IMG_0001 2.CR3")
+    std::uint64_t size = 0;
+    QString xxh64;         ///< its XXH64, 16 lower-case hex digits
+    QDateTime verifiedAt;  ///< UTC, when its bytes were last read and matched
+    friend bool operator==(const VerifiedFile &, const VerifiedFile &) = default;
+};
+
+/// One destination's share of a copy to several.
+struct DestinationCopy {
+    QString destination;
+    CopyResult result;
+    QList<VerifiedFile> verified; ///< in the order they were done
+    /// What stopped the copy to this destination (FileError or VerifyFailed); null when
+    /// every file got there. Its copies so far stay, and the others carried on without it.
+    std::exception_ptr failure;
 };
 
 /// What a copy tells whoever waits for it, and asks of them. Every member may be empty;
@@ -66,14 +89,26 @@ inline const QString rejectedFolderName = QStringLiteral("Rejected");
 inline const QString writeProbePrefix = QStringLiteral(".kestrane-write-test-");
 constexpr qint64 chunkBytes = 4 * 1024 * 1024;
 
-int writeSidecars(const QList<Shot> &shots, const QHash<QString, Rating> &ratings);
+/// Sidecars beside the photos: for RAW files in the Lightroom style, for every file in
+/// the darktable style. A shot without a rating gets one only where a sidecar exists.
+int writeSidecars(const QList<Shot> &shots, const QHash<QString, Rating> &ratings,
+                  XMPSidecar::Style style = XMPSidecar::Style::lightroom);
+/// The same in a tree below `into` that mirrors the folders below `root`; a sidecar
+/// already beside a photo is copied there first, so what other tools wrote in it stays.
 int writeSidecars(const QList<Shot> &shots, const QHash<QString, Rating> &ratings, const QString &root,
-                  const QString &into);
+                  const QString &into, XMPSidecar::Style style = XMPSidecar::Style::lightroom);
 
 /// Copies the shots' files (with their sidecars) below `destination`, keeping their
-/// folders below `root`, each read back and checked against the original.
+/// folders below `root`, each read back and checked against the original. Throws the
+/// first FileError or VerifyFailed; the files copied before it stay.
 CopyResult copy(const QList<Shot> &shots, const QString &root, const QString &destination, bool removeLocation,
                 const CopyWatch &watch = {});
+/// The same copy to several destinations at once (a second drive as a backup): each
+/// source is read once for all of them, and every copy is read back from its own drive.
+/// A failure on one destination stops only that one. Never throws a file error; each
+/// destination's result says what happened there, in the order given.
+QList<DestinationCopy> copyToEach(const QList<Shot> &shots, const QString &root, const QStringList &destinations,
+                                  bool removeLocation, const CopyWatch &watch = {});
 
 int writeFlagsList(const QList<Shot> &shots, const QHash<QString, Rating> &ratings, const QString &root,
                    const QString &folder = {});

@@ -1,19 +1,16 @@
-#include "SorviKit/library/Exiv2_p.h"
 #include "SorviKit/core/FileError.h"
 #include "SorviKit/handoff/Handoff.h"
 #include "SorviKit/handoff/Handoff_p.h"
 #include "HashKit/XXH64.h"
 
-#include <QMutex>
-#include <QSet>
-
 #include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <iterator>
+#include <exception>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace Handoff {
 
@@ -72,8 +69,8 @@ void finishWriting(Descriptor &fd, const QString &path)
         throw FileError::couldNot(QStringLiteral("write"), path, errnoText(errno));
 }
 
-// Writes bytes to a new file and reads them back from the device.
-void writeNewVerified(const QString &path, const QByteArray &bytes)
+// Writes bytes to a new file, reads them back from the device and returns their XXH64.
+QString writeNewVerified(const QString &path, const QByteArray &bytes)
 {
     Descriptor fd = createNew(path);
     try {
@@ -81,8 +78,10 @@ void writeNewVerified(const QString &path, const QByteArray &bytes)
         finishWriting(fd, path);
         XXH64 expected(0);
         expected.update(bytes.constData(), std::size_t(bytes.size()));
-        if (hash(path, true) != QString::fromStdString(expected.finalize()))
+        const QString digest = QString::fromStdString(expected.finalize());
+        if (hash(path, true) != digest)
             throw VerifyFailed(path.section(QLatin1Char('/'), -1));
+        return digest;
     } catch (...) {
         fd.close();
         ::unlink(native(path).constData());
@@ -90,62 +89,96 @@ void writeNewVerified(const QString &path, const QByteArray &bytes)
     }
 }
 
-bool carriesLocation(const QString &path)
+// Same size first: a file of another size is told apart without reading either. The
+// source's digest is worked out once for all destinations; the target's is returned
+// when it matches.
+std::optional<QString> identicalFileAt(const QString &target, const QString &source, std::uint64_t sourceSize,
+                                       std::optional<QString> &sourceDigest)
 {
-    static const QSet<QString> extensions{QStringLiteral("jpg"), QStringLiteral("jpeg"), QStringLiteral("heic"),
-                                          QStringLiteral("heif"), QStringLiteral("hif")};
-    const QString name = path.section(QLatin1Char('/'), -1);
-    const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
-    return dot > 0 && extensions.contains(name.mid(dot + 1).toLower());
+    struct stat info;
+    if (::stat(native(target).constData(), &info) != 0 || !S_ISREG(info.st_mode)
+        || std::uint64_t(info.st_size) != sourceSize)
+        return std::nullopt;
+    const QString digest = hash(target, false);
+    if (!sourceDigest)
+        sourceDigest = hash(source, false);
+    return digest == *sourceDigest ? std::optional(digest) : std::nullopt;
 }
 
-template<typename Data>
-void eraseWhere(Data &data, const char *prefix)
-{
-    for (auto it = data.begin(); it != data.end();)
-        it = it->key().rfind(prefix, 0) == 0 ? data.erase(it) : std::next(it);
-}
+// One new file being written from a source, on one destination.
+struct Leg {
+    QString path;
+    std::optional<Descriptor> out;
+    std::exception_ptr failure;
+    bool live() const { return !failure; }
+    // A file that is not whole must not look like a copy; it is ours, made for this leg.
+    void fail()
+    {
+        failure = std::current_exception();
+        if (out) {
+            out->close();
+            ::unlink(native(path).constData());
+        }
+    }
+};
 
-// The source's bytes with its GPS IFD and XMP GPS properties removed and the image data
-// left as it was; none when Exiv2 cannot read or cannot write the format.
-std::optional<QByteArray> bytesWithoutLocation(const QString &source)
+// Reads the source once, feeding the fingerprint and every leg's file from the same
+// chunks. A leg that cannot be created or written fails alone; a source that cannot be
+// read throws, after every leg's partial file was removed.
+QString copyHashingToEach(const QString &source, std::vector<Leg> &legs,
+                          const std::function<void(std::uint64_t)> &onBytes)
 {
-    QFile file(source);
-    if (!file.open(QIODevice::ReadOnly))
-        return std::nullopt;
-    const QByteArray original = file.readAll();
-    if (file.error() != QFileDevice::NoError)
-        return std::nullopt;
-    // Exiv2 0.27 promises nothing about concurrent writers.
-    static QMutex exiv2Writer;
-    const QMutexLocker locker(&exiv2Writer);
+    Descriptor in = openForReading(source);
+    for (Leg &leg : legs) {
+        try {
+            leg.out.emplace(createNew(leg.path));
+        } catch (const FileError &) {
+            leg.failure = std::current_exception();
+        }
+    }
+    const auto anyLive = [&legs] { return std::any_of(legs.begin(), legs.end(), [](const Leg &leg) { return leg.live(); }); };
     try {
-        const auto image = Exiv2::ImageFactory::open(reinterpret_cast<const Exiv2::byte *>(original.constData()),
-                                                     long(original.size()));
-        image->readMetadata();
-        eraseWhere(image->exifData(), "Exif.GPSInfo.");
-        eraseWhere(image->exifData(), "Exif.Image.GPSTag");
-        eraseWhere(image->xmpData(), "Xmp.exif.GPS");
-        image->writeMetadata();
-        Exiv2::BasicIo &io = image->io();
-        io.seek(0, Exiv2::BasicIo::beg);
-        const Exiv2::DataBuf bytes = io.read(long(io.size()));
-        return QByteArray(reinterpret_cast<const char *>(bytes.pData_), bytes.size_);
-    } catch (const Exiv2::AnyError &) {
-        // Unreadable or read-only formats (HEIC in this Exiv2) fall back to the plain copy.
-        return std::nullopt;
+        ::posix_fadvise(in.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+        XXH64 hasher(0);
+        const auto buffer = std::make_unique_for_overwrite<char[]>(chunk);
+        while (anyLive()) {
+            const std::size_t got = readChunk(in.get(), buffer.get(), source);
+            if (got == 0)
+                break;
+            hasher.update(buffer.get(), got);
+            for (Leg &leg : legs) {
+                try {
+                    if (leg.live())
+                        writeAll(leg.out->get(), buffer.get(), got, leg.path);
+                } catch (const FileError &) {
+                    leg.fail();
+                }
+            }
+            if (onBytes)
+                onBytes(got);
+        }
+        for (Leg &leg : legs) {
+            try {
+                if (leg.live())
+                    finishWriting(*leg.out, leg.path);
+            } catch (const FileError &) {
+                leg.fail();
+            }
+        }
+        return QString::fromStdString(hasher.finalize());
+    } catch (const FileError &) {
+        for (Leg &leg : legs)
+            if (leg.live())
+                leg.fail();
+        throw;
     }
 }
 
-// The copy lands beside anything already at `target`; a copy that reads back
-// differently, or cannot be read back, is removed so it never passes for a good one.
-void copyVerified(const QString &source, const QString &target, const std::function<void(const QString &)> &afterWrite,
-                  const std::function<void(std::uint64_t)> &onBytes)
+// A copy that reads back differently, or cannot be read back, is removed so that it
+// never passes for a good one.
+QString readBack(const QString &written, const QString &source, const QString &digest,
+                 const std::function<void(std::uint64_t)> &onBytes)
 {
-    const QString written = uniqueTarget(target);
-    const QString digest = copyHashing(source, written, onBytes);
-    if (afterWrite)
-        afterWrite(written);
     bool same = false;
     try {
         same = hash(written, true, onBytes) == digest;
@@ -157,16 +190,108 @@ void copyVerified(const QString &source, const QString &target, const std::funct
         ::unlink(native(written).constData());
         throw VerifyFailed(source.section(QLatin1Char('/'), -1));
     }
+    return digest;
 }
 
-// Same size first: a file of another size is told apart without reading either.
-bool identicalFileAt(const QString &target, const QString &source, std::uint64_t sourceSize)
+// What one file needs at one destination, and how it went there.
+struct FileAtDestination {
+    DestinationCopy *copy;
+    QString target; ///< the path it would have below the destination
+};
+
+void noteVerified(DestinationCopy &copy, const QString &path, std::uint64_t size, const QString &digest)
 {
-    struct stat info;
-    if (::stat(native(target).constData(), &info) != 0 || !S_ISREG(info.st_mode)
-        || std::uint64_t(info.st_size) != sourceSize)
-        return false;
-    return hash(target, false) == hash(source, false);
+    copy.verified.append({relativePath(path, copy.destination), size, digest, QDateTime::currentDateTimeUtc()});
+}
+
+// A stripped copy differs from its source by design, so it is never matched against an
+// earlier one and always takes a fresh name. Returns the destinations still to serve:
+// those where stripping failed get the plain verified copy instead.
+QList<FileAtDestination> copyWithoutLocation(const QString &file, const QList<FileAtDestination> &wanted)
+{
+    const std::optional<QByteArray> bytes = bytesWithoutLocation(file);
+    if (!bytes)
+        return wanted;
+    QList<FileAtDestination> rest;
+    for (const FileAtDestination &at : wanted) {
+        const QString written = uniqueTarget(at.target);
+        try {
+            noteVerified(*at.copy, written, std::uint64_t(bytes->size()), writeNewVerified(written, *bytes));
+            ++at.copy->result.files;
+            ++at.copy->result.locationRemoved;
+        } catch (const std::runtime_error &) {
+            // Not an error of the hand-off: the verified plain copy below reports a
+            // failing destination in its own words.
+            rest << at;
+        }
+    }
+    return rest;
+}
+
+// Copies one file to every destination that has not failed, reading the source once.
+void copyFileToEach(const QString &file, std::uint64_t size, const QString &root, QList<DestinationCopy> &copies,
+                    bool removeLocation, const CopyWatch &watch, const std::function<void(std::uint64_t)> &onBytes)
+{
+    QList<FileAtDestination> wanted;
+    for (DestinationCopy &copy : copies) {
+        if (copy.failure)
+            continue;
+        const QString target = copy.destination + QLatin1Char('/') + relativePath(file, root);
+        try {
+            makeFolder(folderOf(target));
+            wanted.append({&copy, target});
+        } catch (const FileError &) {
+            copy.failure = std::current_exception();
+        }
+    }
+    if (removeLocation && carriesLocation(file))
+        wanted = copyWithoutLocation(file, wanted);
+
+    std::optional<QString> sourceDigest;
+    QList<FileAtDestination> toWrite;
+    std::vector<Leg> legs;
+    for (const FileAtDestination &at : wanted) {
+        try {
+            if (const std::optional<QString> digest = identicalFileAt(at.target, file, size, sourceDigest)) {
+                ++at.copy->result.alreadyThere;
+                noteVerified(*at.copy, at.target, size, *digest);
+                continue;
+            }
+        } catch (const FileError &) {
+            at.copy->failure = std::current_exception();
+            continue;
+        }
+        toWrite << at;
+        legs.push_back({uniqueTarget(at.target), {}, {}});
+    }
+    if (legs.empty())
+        return;
+
+    QString digest;
+    try {
+        digest = copyHashingToEach(file, legs, onBytes);
+    } catch (const FileError &) {
+        for (const FileAtDestination &at : toWrite)
+            at.copy->failure = std::current_exception();
+        return;
+    }
+    for (qsizetype i = 0; i < toWrite.size(); ++i) {
+        DestinationCopy &copy = *toWrite[i].copy;
+        const Leg &leg = legs[std::size_t(i)];
+        if (!leg.live()) {
+            copy.failure = leg.failure;
+            continue;
+        }
+        if (watch.afterWrite)
+            watch.afterWrite(leg.path);
+        try {
+            noteVerified(copy, leg.path, size, readBack(leg.path, file, digest, onBytes));
+            ++copy.result.files;
+            copy.result.bytes += size;
+        } catch (const std::runtime_error &) {
+            copy.failure = std::current_exception();
+        }
+    }
 }
 
 } // namespace
@@ -195,27 +320,12 @@ QString hash(const QString &path, bool uncached, const std::function<void(std::u
 
 QString copyHashing(const QString &source, const QString &target, const std::function<void(std::uint64_t)> &onBytes)
 {
-    Descriptor in = openForReading(source);
-    Descriptor out = createNew(target);
-    try {
-        ::posix_fadvise(in.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-        XXH64 hasher(0);
-        const auto buffer = std::make_unique_for_overwrite<char[]>(chunk);
-        // One read per chunk feeds both the fingerprint and the copy.
-        while (const std::size_t got = readChunk(in.get(), buffer.get(), source)) {
-            hasher.update(buffer.get(), got);
-            writeAll(out.get(), buffer.get(), got, target);
-            if (onBytes)
-                onBytes(got);
-        }
-        finishWriting(out, target);
-        return QString::fromStdString(hasher.finalize());
-    } catch (const FileError &) {
-        // A half-written file must not look like a copy; it is ours, made just above.
-        out.close();
-        ::unlink(native(target).constData());
-        throw;
-    }
+    std::vector<Leg> legs(1);
+    legs.front().path = target;
+    const QString digest = copyHashingToEach(source, legs, onBytes);
+    if (legs.front().failure)
+        std::rethrow_exception(legs.front().failure);
+    return digest;
 }
 
 bool writeWithoutLocation(const QString &source, const QString &target)
@@ -233,16 +343,20 @@ bool writeWithoutLocation(const QString &source, const QString &target)
     }
 }
 
-CopyResult copy(const QList<Shot> &shots, const QString &root, const QString &destination, bool removeLocation,
-                const CopyWatch &watch)
+QList<DestinationCopy> copyToEach(const QList<Shot> &shots, const QString &root, const QStringList &destinations,
+                                  bool removeLocation, const CopyWatch &watch)
 {
+    QList<DestinationCopy> copies;
+    for (const QString &destination : destinations)
+        copies.append({destination, {}, {}, {}});
     const QStringList files = gatherFiles(shots);
     QList<std::uint64_t> sizes;
     std::uint64_t total = 0;
     for (const QString &file : files)
         total += sizes.emplace_back(size(file));
-    // Each copied byte is written once and read back once.
-    const double whole = double(std::max<std::uint64_t>(2 * total, 1));
+    // Each byte is read from the source once, then read back once from every destination.
+    const std::uint64_t passes = std::uint64_t(1 + destinations.size());
+    const double whole = double(std::max<std::uint64_t>(passes * total, 1));
     std::uint64_t done = 0;
     std::uint64_t inFile = 0;
     const auto onBytes = [&](std::uint64_t bytes) {
@@ -250,33 +364,32 @@ CopyResult copy(const QList<Shot> &shots, const QString &root, const QString &de
         if (watch.progress)
             watch.progress(std::min(1.0, double(done + inFile) / whole));
     };
-    CopyResult result;
-    for (qsizetype i = 0; i < files.size(); ++i) {
+    const auto anyLeft = [&copies] {
+        return std::any_of(copies.begin(), copies.end(), [](const DestinationCopy &copy) { return !copy.failure; });
+    };
+    for (qsizetype i = 0; i < files.size() && anyLeft(); ++i) {
         if (watch.cancelled && watch.cancelled()) {
-            result.notCopied = int(files.size() - i);
-            return result;
+            for (DestinationCopy &copy : copies)
+                if (!copy.failure)
+                    copy.result.notCopied = int(files.size() - i);
+            return copies;
         }
-        const QString &file = files[i];
-        const QString target = destination + QLatin1Char('/') + relativePath(file, root);
-        makeFolder(folderOf(target));
         inFile = 0;
-        // A stripped copy differs from its source by design, so it is never matched
-        // against an earlier one and always takes a fresh name.
-        if (removeLocation && carriesLocation(file) && writeWithoutLocation(file, uniqueTarget(target))) {
-            ++result.files;
-            ++result.locationRemoved;
-        } else if (identicalFileAt(target, file, sizes[i])) {
-            ++result.alreadyThere;
-        } else {
-            copyVerified(file, target, watch.afterWrite, onBytes);
-            ++result.files;
-            result.bytes += sizes[i];
-        }
-        done += 2 * sizes[i];
+        copyFileToEach(files[i], sizes[i], root, copies, removeLocation, watch, onBytes);
+        done += passes * sizes[i];
         if (watch.progress)
             watch.progress(double(done) / whole);
     }
-    return result;
+    return copies;
+}
+
+CopyResult copy(const QList<Shot> &shots, const QString &root, const QString &destination, bool removeLocation,
+                const CopyWatch &watch)
+{
+    const DestinationCopy copied = copyToEach(shots, root, {destination}, removeLocation, watch).constFirst();
+    if (copied.failure)
+        std::rethrow_exception(copied.failure);
+    return copied.result;
 }
 
 } // namespace Handoff

@@ -2,12 +2,15 @@
 #include "SorviKit/core/Wording.h"
 #include "SorviKit/core/FileError.h"
 #include "SorviKit/handoff/Handoff.h"
+#include "SorviKit/handoff/MediaHashList.h"
 #include "SorviKit/handoff/MoveLog.h"
 
 #include <QDir>
 #include <QFileInfo>
 
 #include <algorithm>
+#include <exception>
+#include <optional>
 
 namespace HandoffPlan {
 
@@ -19,11 +22,40 @@ QString nameOf(const QString &folder)
     return QFileInfo(QDir::cleanPath(folder)).fileName();
 }
 
-QString sidecarsLine(int written, const QString &folder)
+QString sidecarsLine(int written, const QString &folder, SidecarStyle style)
 {
-    return QStringLiteral("Ratings written for %1%2.")
-        .arg(Wording::counted(written, QStringLiteral("RAW file")),
-             folder.isEmpty() ? QString() : QStringLiteral(" in ") + nameOf(folder));
+    const QString where = folder.isEmpty() ? QString() : QStringLiteral(" in ") + nameOf(folder);
+    if (style == SidecarStyle::darktable)
+        return QStringLiteral("Ratings written for %1%2, for darktable and digiKam.")
+            .arg(Wording::counted(written, QStringLiteral("file")), where);
+    return QStringLiteral("Ratings written for %1%2.").arg(Wording::counted(written, QStringLiteral("RAW file")), where);
+}
+
+QString manifestLine(int listed, const QString &destination)
+{
+    return QStringLiteral("Checksums of %1 listed in %2/%3.")
+        .arg(Wording::counted(listed, QStringLiteral("file")), nameOf(destination), MediaHashList::manifestName);
+}
+
+// Two names of one folder, also through a link or a trailing slash.
+bool sameFolder(const QString &first, const QString &second)
+{
+    const QString a = QFileInfo(first).canonicalFilePath(), b = QFileInfo(second).canonicalFilePath();
+    return a.isEmpty() || b.isEmpty() ? QDir::cleanPath(first) == QDir::cleanPath(second) : a == b;
+}
+
+// The sentence of a failure carried from the copy.
+QString describe(const std::exception_ptr &failure)
+{
+    try {
+        std::rethrow_exception(failure);
+    } catch (const Handoff::VerifyFailed &error) {
+        return error.description();
+    } catch (const FileError &error) {
+        return error.description();
+    } catch (const std::exception &error) {
+        return QString::fromLocal8Bit(error.what());
+    }
 }
 
 QString flagsListLine(int listed)
@@ -49,34 +81,108 @@ void writeInPlace(const Choices &choices, const Folder &folder, QStringList &lin
 {
     if (choices.sidecars) {
         const int written = choices.sidecarFolder.isEmpty()
-            ? Handoff::writeSidecars(folder.shots, folder.ratings)
-            : Handoff::writeSidecars(folder.shots, folder.ratings, folder.path, choices.sidecarFolder);
-        lines << sidecarsLine(written, choices.sidecarFolder);
+            ? Handoff::writeSidecars(folder.shots, folder.ratings, choices.sidecarStyle)
+            : Handoff::writeSidecars(folder.shots, folder.ratings, folder.path, choices.sidecarFolder,
+                                     choices.sidecarStyle);
+        lines << sidecarsLine(written, choices.sidecarFolder, choices.sidecarStyle);
     }
     if (choices.flagsList)
         lines << flagsListLine(
             Handoff::writeFlagsList(folder.shots, folder.ratings, folder.path, choices.sidecarFolder));
 }
 
-// The copy first, so that sidecars and the flags list describe exactly what was copied.
-// Returns false when the copy was cancelled, so that nothing runs after it.
-bool copyThenDescribe(const Choices &choices, const Folder &folder, const Handoff::CopyWatch &watch,
-                      QStringList &lines)
+// The destinations of one copy, each carrying on until something fails there; with two,
+// each failure names its destination.
+class Destinations {
+public:
+    explicit Destinations(const QList<Handoff::DestinationCopy> &copies) : m_named(copies.size() > 1)
+    {
+        for (const Handoff::DestinationCopy &copy : copies)
+            if (copy.failure)
+                fail(copy.destination, describe(copy.failure));
+            else
+                m_going << &copy;
+    }
+    const QList<const Handoff::DestinationCopy *> &going() const { return m_going; }
+    QString failure() const { return m_failures.join(QLatin1Char('\n')); }
+    bool anyFailed() const { return !m_failures.isEmpty(); }
+
+    /// Runs `step` on each destination still going; one that throws FileError stops there.
+    template<typename Step>
+    void forEach(Step step)
+    {
+        for (auto it = m_going.begin(); it != m_going.end();) {
+            try {
+                step(**it);
+                ++it;
+            } catch (const FileError &error) {
+                fail((*it)->destination, error.description());
+                it = m_going.erase(it);
+            }
+        }
+    }
+
+private:
+    void fail(const QString &destination, const QString &description)
+    {
+        m_failures << (m_named ? QStringLiteral("Stopped on %1: %2").arg(nameOf(destination), description) : description);
+    }
+
+    bool m_named;
+    QList<const Handoff::DestinationCopy *> m_going;
+    QStringList m_failures;
+};
+
+// The copy first, so that sidecars, the flags list and the manifest describe exactly
+// what was copied. Returns false when the copy was cancelled or something failed, so
+// that nothing runs after it.
+bool copyThenDescribe(const Choices &choices, const Folder &folder, const Handoff::CopyWatch &watch, Report &report)
 {
     const QList<Shot> chosen = toCopy(folder, choices.copyWhat);
-    const Handoff::CopyResult copied =
-        Handoff::copy(chosen, folder.path, choices.destination, choices.removeLocation, watch);
-    lines << copyLine(copied, choices.destination);
-    if (copied.notCopied > 0) {
-        lines << QStringLiteral("Cancelled: %1 not copied.").arg(Wording::counted(copied.notCopied, QStringLiteral("file")));
+    QStringList targets{choices.destination};
+    if (!choices.secondDestination.isEmpty())
+        targets << choices.secondDestination;
+    if (targets.size() > 1 && sameFolder(targets[0], targets[1])) {
+        report.failure = QStringLiteral("The second copy would go to %1 too. Choose another drive for it.")
+                             .arg(nameOf(targets[0]));
+        return false;
+    }
+    const QList<Handoff::DestinationCopy> copies =
+        Handoff::copyToEach(chosen, folder.path, targets, choices.removeLocation, watch);
+    Destinations destinations(copies);
+    for (const Handoff::DestinationCopy *copy : destinations.going())
+        report.lines << copyLine(copy->result, copy->destination);
+    const int notCopied = destinations.going().isEmpty() ? 0 : destinations.going().first()->result.notCopied;
+    if (notCopied > 0) {
+        report.lines << QStringLiteral("Cancelled: %1 not copied.").arg(Wording::counted(notCopied, QStringLiteral("file")));
+        report.failure = destinations.failure();
+        report.cancelled = true;
         return false;
     }
     if (choices.sidecars)
-        lines << sidecarsLine(Handoff::writeSidecars(chosen, folder.ratings, folder.path, choices.destination),
-                              choices.destination);
-    if (choices.flagsList)
-        lines << flagsListLine(Handoff::writeFlagsList(chosen, folder.ratings, folder.path, choices.destination));
-    return true;
+        destinations.forEach([&](const Handoff::DestinationCopy &copy) {
+            const int written = Handoff::writeSidecars(chosen, folder.ratings, folder.path, copy.destination,
+                                                       choices.sidecarStyle);
+            report.lines << sidecarsLine(written, copy.destination, choices.sidecarStyle);
+        });
+    if (choices.flagsList) {
+        // One sentence for all destinations: the list is the same on each.
+        std::optional<int> listed;
+        destinations.forEach([&](const Handoff::DestinationCopy &copy) {
+            listed = Handoff::writeFlagsList(chosen, folder.ratings, folder.path, copy.destination);
+        });
+        if (listed)
+            report.lines << flagsListLine(*listed);
+    }
+    if (choices.manifest)
+        destinations.forEach([&](const Handoff::DestinationCopy &copy) {
+            const MediaHashList::Recorded recorded = MediaHashList::record(copy.destination, copy.verified);
+            if (!recorded.notice.isEmpty())
+                report.lines << recorded.notice;
+            report.lines << manifestLine(recorded.listed, copy.destination);
+        });
+    report.failure = destinations.failure();
+    return !destinations.anyFailed();
 }
 
 void moveRejectsAside(const Folder &folder, const MoveLog &log, QStringList &lines)
@@ -135,10 +241,8 @@ Report run(const Choices &choices, const Folder &folder, const MoveLog &log, con
     try {
         if (!choices.copy)
             writeInPlace(choices, folder, report.lines);
-        else if (!choices.destination.isEmpty() && !copyThenDescribe(choices, folder, watch, report.lines)) {
-            report.cancelled = true;
+        else if (!choices.destination.isEmpty() && !copyThenDescribe(choices, folder, watch, report))
             return report;
-        }
         if (choices.moveRejects && folder.writable)
             moveRejectsAside(folder, log, report.lines);
     } catch (const Handoff::VerifyFailed &failure) {

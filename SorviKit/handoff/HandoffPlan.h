@@ -2,6 +2,7 @@
 
 #include "SorviKit/core/Rating.h"
 #include "SorviKit/handoff/Handoff.h"
+#include "SorviKit/handoff/XMPSidecar.h"
 #include "SorviKit/library/Shot.h"
 
 #include <QHash>
@@ -19,11 +20,9 @@ class MoveLog;
 /// Synchronous; run it off the GUI thread.
 namespace HandoffPlan {
 
-/// Which editors the sidecars are written for.
-enum class SidecarStyle {
-    lightroom, ///< NAME.xmp beside NAME.RAW: Lightroom, Capture One
-    darktable, ///< NAME.EXT.xmp for every file: darktable, digiKam
-};
+/// Which editors the sidecars are written for: lightroom (NAME.xmp beside NAME.RAW:
+/// Lightroom, Capture One) or darktable (NAME.EXT.xmp for every file: darktable, digiKam).
+using SidecarStyle = XMPSidecar::Style;
 
 /// What to hand off. The defaults are those of a first hand-off.
 struct Choices {
@@ -38,10 +37,12 @@ struct Choices {
     /// written); empty: beside the photos.
     QString sidecarFolder;
     /// A second drive every chosen photo is also copied to and verified on (a backup);
-    /// empty: none. A failure on one destination does not cost the other its copies.
+    /// empty: none. A failure on one destination does not cost the other its copies,
+    /// sidecars, flags list or manifest.
     QString secondDestination;
     SidecarStyle sidecarStyle = SidecarStyle::lightroom;
-    /// A manifest of the verified copies at each destination, for `sorvi verify`.
+    /// A Media Hash List of the verified copies at the top of each destination
+    /// (MediaHashList::manifestName), for `sorvi verify` and other checking tools.
     bool manifest = false;
     friend bool operator==(const Choices &, const Choices &) = default;
 };
@@ -58,7 +59,9 @@ struct Folder {
 /// stopped it, if any.
 struct Report {
     QStringList lines;
-    QString failure;        ///< empty when every step finished
+    /// Empty when every step finished. With two destinations, one sentence per destination
+    /// that failed, each naming it, a line apart.
+    QString failure;
     bool cancelled = false; ///< the copy was cancelled; the steps after it did not run
     friend bool operator==(const Report &, const Report &) = default;
 };
@@ -77,9 +80,10 @@ bool nothingToDo(const Choices &choices, bool readOnly);
 bool needsSidecarFolder(const Choices &choices, bool readOnly);
 
 /// Runs the chosen steps in order: without a copy, sidecars then the flags list (into
-/// the sidecar folder when one is chosen); with one, the copy, then sidecars and the
-/// flags list beside the copies; last, when the folder can be written, the rejects are
-/// moved, each recorded in `log` first. `watch` hears the copy's progress and may cancel
+/// the sidecar folder when one is chosen); with one, the copy (to both destinations at
+/// once when a second is chosen), then sidecars, the flags list and the manifest beside
+/// the copies on each destination that did not fail; last, when the folder can be
+/// written and nothing failed, the rejects are moved, each recorded in `log` first. `watch` hears the copy's progress and may cancel
 /// it between files; a cancelled copy reports what it did and what it left, and nothing
 /// runs after it. Never throws a file error: the first one stops the run and becomes the
 /// report's failure, the lines of the finished steps stay.

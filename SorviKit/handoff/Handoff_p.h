@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <unistd.h>
 #include <utility>
 
@@ -54,7 +55,13 @@ bool occupied(const QString &path);
 void makeFolder(const QString &folder);
 /// The folder holding `path`.
 QString folderOf(const QString &path);
-/// Every file of the shots plus each one's existing sidecar, once each, sorted by path.
+/// Every file of the shots plus each one's existing sidecars, once each, sorted by path.
 QStringList gatherFiles(const QList<Shot> &shots);
+
+/// JPEG and HEIC files, whose copies may be written without location.
+bool carriesLocation(const QString &path);
+/// The file's bytes with its GPS IFD and XMP GPS properties removed and the image data
+/// left as it was; none when Exiv2 cannot read or cannot write the format.
+std::optional<QByteArray> bytesWithoutLocation(const QString &source);
 
 } // namespace Handoff::detail

@@ -155,3 +155,56 @@ TEST(HandoffLocationTest, CopiesLoseTheirLocationButNotTheirPicture)
         EXPECT_EQ(digest(original), before) << "the photo was changed";
     }
 }
+
+// A copy to two drives where one copy reads back wrong: that drive stops there with the
+// file named, keeping its good copies and losing the bad one, while the other drive gets
+// every file. The manifest's record of each drive names exactly what is verified there.
+TEST(HandoffCopyTest, TwoDestinationsOneFailingReadBackLeavesTheOtherWhole)
+{
+    QTemporaryDir dir;
+    const QString card = dir.path() + "/card", first = dir.path() + "/first", second = dir.path() + "/second";
+    write(card + "/a.CR3", noise(300'000, 1));
+    write(card + "/b.CR3", noise(Handoff::chunkBytes + 77, 2));
+    write(card + "/c.JPG", noise(1'000, 3));
+    write(second + "/a.CR3", read(card + "/a.CR3")); // already on the backup drive
+    const QList<Shot> shots{Shot("a", {card + "/a.CR3"}), Shot("b", {card + "/b.CR3"}), Shot("c", {card + "/c.JPG"})};
+    const QMap<QString, QString> originals = snapshot(card);
+    const auto corrupt = [&](const QString &path) {
+        if (path == second + "/b.CR3") {
+            QByteArray bytes = read(path);
+            bytes[4242] = char(bytes[4242] ^ 1);
+            write(path, bytes);
+        }
+    };
+    QList<double> fractions;
+    const QList<Handoff::DestinationCopy> copies = Handoff::copyToEach(
+        shots, card, {first, second}, false,
+        {.progress = [&](double fraction) { fractions << fraction; }, .afterWrite = corrupt});
+    ASSERT_EQ(copies.size(), 2);
+
+    EXPECT_FALSE(copies[0].failure);
+    EXPECT_EQ(copies[0].result, (CopyResult{3, std::uint64_t(300'000 + Handoff::chunkBytes + 77 + 1'000), 0, 0}));
+    EXPECT_EQ(snapshot(first), originals);
+    QStringList verified;
+    for (const Handoff::VerifiedFile &file : copies[0].verified) {
+        verified << file.path;
+        EXPECT_EQ(file.xxh64, Handoff::hash(card + '/' + file.path, false)) << file.path.toStdString();
+        EXPECT_EQ(file.size, std::uint64_t(QFileInfo(card + '/' + file.path).size()));
+    }
+    EXPECT_EQ(verified, (QStringList{"a.CR3", "b.CR3", "c.JPG"}));
+
+    ASSERT_TRUE(copies[1].failure);
+    try {
+        std::rethrow_exception(copies[1].failure);
+    } catch (const Handoff::VerifyFailed &failure) {
+        EXPECT_EQ(failure.name(), "b.CR3");
+    }
+    EXPECT_EQ(copies[1].result.alreadyThere, 1);
+    EXPECT_EQ(tree(second), QStringList{"a.CR3"}) << "the bad copy stayed, or c was copied after the failure";
+    ASSERT_EQ(copies[1].verified.size(), 1);
+    EXPECT_EQ(copies[1].verified.first().path, "a.CR3");
+    EXPECT_EQ(snapshot(card), originals) << "the photos were changed";
+    ASSERT_FALSE(fractions.isEmpty());
+    EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
+    EXPECT_DOUBLE_EQ(fractions.last(), 1.0);
+}

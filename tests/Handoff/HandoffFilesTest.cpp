@@ -1,6 +1,7 @@
 #include "HandoffTestFiles.h"
 #include "SorviKit/handoff/XMPSidecar.h"
 
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -107,4 +108,95 @@ TEST(HandoffFilesTest, NamesPathsAndWritability)
     EXPECT_FALSE(Handoff::canWrite(folder + "/missing", true));
     EXPECT_EQ(tree(folder), (QStringList{".hidden", "IMG_0001 2.CR3", "IMG_0001.CR3", "NAME", "taken.d/inside"}))
         << "the write probe was left behind";
+}
+
+// darktable and digiKam find a sidecar for every file, named after its whole name, with
+// the rating, colour label and flag in the properties they read. What another tool wrote
+// in an existing sidecar stays as it was, line for line, through every rewrite.
+TEST(HandoffFilesTest, DarktableSidecarsCarryTheRatingAndKeepForeignMetadata)
+{
+    QTemporaryDir dir;
+    const QString card = dir.path() + "/card", mirror = dir.path() + "/mirror";
+    // darktable's own sidecar for the RAW, its lines that are ours marked with "*".
+    const QStringList lines{
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>",
+        "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\" x:xmptk=\"XMP Core 4.4.0-Exiv2\">",
+        " <rdf:RDF xmlns:rdf=\"http://www.w3.org/1999/02/22-rdf-syntax-ns#\">",
+        "*  <rdf:Description rdf:about=\"\"",
+        "    xmlns:xmp=\"http://ns.adobe.com/xap/1.0/\"",
+        "    xmlns:darktable=\"http://darktable.sf.net/\"",
+        "*    xmp:Rating=\"4\"",
+        "    darktable:xmp_version=\"5\"",
+        "    darktable:history_end=\"1\">",
+        "*   <darktable:colorlabels>",
+        "*    <rdf:Seq>",
+        "*     <rdf:li>2</rdf:li>",
+        "*     <rdf:li>3</rdf:li>",
+        "*    </rdf:Seq>",
+        "*   </darktable:colorlabels>",
+        "   <darktable:history>",
+        "    <rdf:Seq>",
+        "     <rdf:li darktable:operation=\"exposure\" darktable:params=\"0000c0bf\"/>",
+        "    </rdf:Seq>",
+        "   </darktable:history>",
+        "  </rdf:Description>",
+        " </rdf:RDF>",
+        "</x:xmpmeta>",
+        ""};
+    QStringList foreign;
+    for (const QString &line : lines)
+        if (!line.startsWith('*'))
+            foreign << line;
+    const QByteArray darktableSidecar = QStringList(lines).replaceInStrings(QRegularExpression("^\\*"), "").join('\n').toUtf8();
+    write(card + "/IMG_0001.CR3", "raw 1");
+    write(card + "/IMG_0001.CR3.xmp", darktableSidecar);
+    write(card + "/IMG_0001.JPG", "jpeg 1");
+    write(card + "/IMG_0002.JPG", "jpeg 2");
+    write(card + "/IMG_0003.NEF", "raw 3");
+    const QList<Shot> shots{Shot("IMG_0001", {card + "/IMG_0001.CR3", card + "/IMG_0001.JPG"}),
+                            Shot("IMG_0002", {card + "/IMG_0002.JPG"}), Shot("IMG_0003", {card + "/IMG_0003.NEF"})};
+    QHash<QString, Rating> ratings{{"IMG_0001", pick3Red},
+                                   {"IMG_0002", Rating{0, Rating::Flag::reject, Rating::Label::purple}}};
+    const auto dt = XMPSidecar::Style::darktable;
+    // The lines of a rewritten sidecar that are not ours: they must be the other tool's,
+    // unchanged. (Taking out an attribute that stood on a line of its own leaves its indent.)
+    const auto foreignLines = [](const QByteArray &text) {
+        QStringList kept;
+        static const QRegularExpression ours("<rdf:Description|xmp:Rating|digiKam:|darktable:colorlabels|dc:subject");
+        for (const QString &line : QString::fromUtf8(text).split('\n'))
+            if (!ours.match(line).hasMatch() && !line.trimmed().isEmpty())
+                kept << line;
+        return kept;
+    };
+    foreign.removeAll(QString());
+
+    EXPECT_EQ(Handoff::writeSidecars(shots, ratings, card, mirror, dt), 3);
+    EXPECT_EQ(tree(mirror), (QStringList{"IMG_0001.CR3.xmp", "IMG_0001.JPG.xmp", "IMG_0002.JPG.xmp"}));
+    const QByteArray raw = read(mirror + "/IMG_0001.CR3.xmp");
+    EXPECT_EQ(foreignLines(raw), foreign);
+    EXPECT_EQ(raw.count("xmp:Rating="), 1);
+    for (const char *field : {" xmp:Rating=\"3\"", " xmp:Label=\"Red\"", " digiKam:ColorLabel=\"1\"",
+                              " digiKam:PickLabel=\"3\"", "xmlns:digiKam=\"http://www.digikam.org/ns/1.0/\"",
+                              "<darktable:colorlabels><rdf:Seq><rdf:li>0</rdf:li></rdf:Seq></darktable:colorlabels>",
+                              "<rdf:li>Sorvi Pick</rdf:li>"})
+        EXPECT_TRUE(raw.contains(field)) << field << " missing in\n" << raw.constData();
+    EXPECT_FALSE(raw.contains("<rdf:li>3</rdf:li>")) << "darktable's old labels were left beside ours";
+    EXPECT_EQ(XMPSidecar::read(mirror + "/IMG_0001.CR3.xmp"), pick3Red);
+    // A fresh one for a JPEG-only reject: darktable's -1, digiKam's rejected and magenta.
+    const QByteArray jpeg = read(mirror + "/IMG_0002.JPG.xmp");
+    for (const char *field : {" xmp:Rating=\"-1\"", " digiKam:ColorLabel=\"6\"", " digiKam:PickLabel=\"1\"",
+                              "<rdf:li>4</rdf:li>", "xmlns:darktable=\"http://darktable.sf.net/\""})
+        EXPECT_TRUE(jpeg.contains(field)) << field << " missing in\n" << jpeg.constData();
+    EXPECT_EQ(XMPSidecar::read(mirror + "/IMG_0002.JPG.xmp"), ratings.value("IMG_0002"));
+
+    // Beside the photos, the rating taken away again: labels and flags are cleared for
+    // both programs, and the other tool's lines are still all there.
+    ratings.remove("IMG_0001");
+    EXPECT_EQ(Handoff::writeSidecars(shots, ratings, dt), 2) << "the RAW's sidecar exists, the unrated JPEG has none";
+    const QByteArray cleared = read(card + "/IMG_0001.CR3.xmp");
+    EXPECT_EQ(foreignLines(cleared), foreign);
+    for (const char *field : {" xmp:Rating=\"0\"", " digiKam:ColorLabel=\"0\"", " digiKam:PickLabel=\"0\""})
+        EXPECT_TRUE(cleared.contains(field)) << field << " missing in\n" << cleared.constData();
+    EXPECT_FALSE(cleared.contains("colorlabels") || cleared.contains("Sorvi Pick") || cleared.contains("xmp:Label"));
+    EXPECT_FALSE(QFileInfo::exists(card + "/IMG_0001.xmp")) << "a Lightroom sidecar was written";
 }

@@ -1,6 +1,8 @@
 #include "SorviKit/handoff/HandoffPlan.h"
+#include "SorviKit/handoff/MediaHashList.h"
 #include "SorviKit/handoff/MoveLog.h"
 #include "HandoffTestFiles.h"
+#include "HashKit/XXH64.h"
 
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -89,6 +91,21 @@ TEST(HandoffPlanTest, StepsRunInOrderAndSayWhatTheyDid)
                 "Moved 1 reject into the Rejected folder."},
          {"+card/Rejected/B.CR3", "+out/A.JPG", "+out/C.JPG", "+out/D.NEF", "-card/B.CR3"}, {}, "out/A.CR3"},
         {"copying chosen without a destination", {.copy = true}, true, {}, {}},
+        {"two drives, darktable sidecars and a checksum list on each",
+         {.copy = true, .destination = "out", .secondDestination = "backup",
+          .sidecarStyle = HandoffPlan::SidecarStyle::darktable, .manifest = true},
+         true,
+         {"Copied 2 files to out, each checked against the original.",
+          "Copied 2 files to backup, each checked against the original.",
+          "Ratings written for 2 files in out, for darktable and digiKam.",
+          "Ratings written for 2 files in backup, for darktable and digiKam.", flagsLine("1 photo"),
+          "Checksums of 2 files listed in out/kestrane-sorvi.mhl.",
+          "Checksums of 2 files listed in backup/kestrane-sorvi.mhl."},
+         {"+backup/.kestrane-sorvi-flags.txt", "+backup/A.CR3", "+backup/A.CR3.xmp", "+backup/A.JPG",
+          "+backup/A.JPG.xmp", "+backup/kestrane-sorvi.mhl", "+out/.kestrane-sorvi-flags.txt", "+out/A.CR3",
+          "+out/A.CR3.xmp", "+out/A.JPG", "+out/A.JPG.xmp", "+out/kestrane-sorvi.mhl"}},
+        {"the second copy to the same folder", {.copy = true, .destination = "out", .secondDestination = "out/"},
+         true, {}, {}, "The second copy would go to out too. Choose another drive for it."},
         {"a failed step keeps the lines before it", {.moveRejects = true}, true,
          {"Ratings written for 2 RAW files.", flagsLine("3 photos")},
          {"+card/.kestrane-sorvi-flags.txt", "+card/A.xmp", "+card/B.xmp"}, "Couldn't create the folder",
@@ -102,7 +119,7 @@ TEST(HandoffPlanTest, StepsRunInOrderAndSayWhatTheyDid)
         if (!c.blocker.isEmpty())
             write(dir.path() + '/' + c.blocker, read(dir.path() + "/card/A.CR3"));
         Choices choices = c.choices;
-        for (QString *path : {&choices.destination, &choices.sidecarFolder})
+        for (QString *path : {&choices.destination, &choices.secondDestination, &choices.sidecarFolder})
             if (!path->isEmpty())
                 *path = dir.path() + '/' + *path;
         const QStringList before = tree(dir.path());
@@ -123,10 +140,62 @@ TEST(HandoffPlanTest, StepsRunInOrderAndSayWhatTheyDid)
                 changes << '-' + file;
         changes.sort();
         EXPECT_EQ(changes, c.changes);
-        EXPECT_EQ(fractions.isEmpty() ? 0.0 : fractions.last(), choices.destination.isEmpty() ? 0.0 : 1.0);
+        const bool copied = !choices.destination.isEmpty() && !c.lines.isEmpty();
+        EXPECT_EQ(fractions.isEmpty() ? 0.0 : fractions.last(), copied ? 1.0 : 0.0);
         for (auto photo = photos.begin(); photo != photos.end(); ++photo) {
             const QString now = dir.path() + "/card/" + photo.key();
             EXPECT_EQ(digest(QFileInfo::exists(now) ? now : dir.path() + "/card/Rejected/" + photo.key()), *photo);
         }
     }
+}
+
+// Picks added after a first hand-off: only they are copied, the copies already there are
+// recognised by content and listed again, a list that does not parse is kept aside, and
+// the entries of copies that were since removed leave the list.
+TEST(HandoffPlanTest, ARepeatedHandOffCopiesOnlyWhatIsNewAndKeepsItsChecksumListTrue)
+{
+    QTemporaryDir dir;
+    HandoffPlan::Folder folder = shoot(dir.path() + "/card");
+    const QString out = dir.path() + "/out", manifest = out + '/' + MediaHashList::manifestName;
+    const Choices choices{.sidecars = false, .flagsList = false, .copy = true, .destination = out, .manifest = true};
+    const MoveLog log(folder.path, dir.path() + "/log");
+    const auto listed = [&] {
+        QMap<QString, QString> digests;
+        for (const MediaHashList::Entry &entry : MediaHashList::parse(read(manifest)).value_or(QList<MediaHashList::Entry>{})) {
+            XXH64 hasher(0);
+            const QByteArray bytes = read(folder.path + '/' + entry.file);
+            hasher.update(bytes.constData(), std::size_t(bytes.size()));
+            EXPECT_EQ(entry.size, std::uint64_t(bytes.size())) << entry.file.toStdString();
+            EXPECT_EQ(entry.algorithm, "xxhash64be");
+            EXPECT_TRUE(entry.hashDate.isValid() && entry.lastModified.isValid());
+            digests.insert(entry.file, entry.digest == QString::fromStdString(hasher.finalize()) ? "right" : "wrong");
+        }
+        return digests;
+    };
+
+    HandoffPlan::Report report = HandoffPlan::run(choices, folder, log);
+    EXPECT_EQ(report.lines, (QStringList{"Copied 2 files to out, each checked against the original.",
+                                         "Checksums of 2 files listed in out/kestrane-sorvi.mhl."}));
+    EXPECT_EQ(listed(), (QMap<QString, QString>{{"A.CR3", "right"}, {"A.JPG", "right"}}));
+
+    const QByteArray damaged = "<hashlist version=\"1.1\"><hash><file>A.CR3";
+    write(manifest, damaged);
+    folder.ratings["C"].flag = Rating::Flag::pick;
+    report = HandoffPlan::run(choices, folder, log);
+    ASSERT_EQ(report.lines.size(), 3) << report.lines.join('\n').toStdString();
+    EXPECT_EQ(report.lines[0], "Copied 1 file to out, each checked against the original. 2 were already there.");
+    EXPECT_TRUE(report.lines[1].startsWith("The checksum list " + manifest + " could not be read; it was kept as "));
+    EXPECT_EQ(report.lines[2], "Checksums of 3 files listed in out/kestrane-sorvi.mhl.");
+    const QStringList aside = QDir(out).entryList({"*.unreadable-*"}, QDir::Files);
+    ASSERT_EQ(aside.size(), 1);
+    EXPECT_EQ(read(out + '/' + aside.first()), damaged);
+    EXPECT_EQ(listed(), (QMap<QString, QString>{{"A.CR3", "right"}, {"A.JPG", "right"}, {"C.JPG", "right"}}));
+
+    // A's JPEG copy is deleted and A is no longer chosen: its entry goes, A.CR3's stays.
+    ASSERT_TRUE(QFile::remove(out + "/A.JPG"));
+    folder.ratings["A"].flag = Rating::Flag::none;
+    report = HandoffPlan::run(choices, folder, log);
+    EXPECT_EQ(report.lines, (QStringList{"Copied 0 files to out, each checked against the original. 1 were already there.",
+                                         "Checksums of 2 files listed in out/kestrane-sorvi.mhl."}));
+    EXPECT_EQ(listed(), (QMap<QString, QString>{{"A.CR3", "right"}, {"C.JPG", "right"}}));
 }

@@ -2,6 +2,8 @@
 // across drives. Each mounts a small tmpfs and skips when it may not.
 
 #include "HandoffTestFiles.h"
+#include "SorviKit/handoff/HandoffPlan.h"
+#include "SorviKit/handoff/MoveLog.h"
 
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -75,4 +77,45 @@ TEST(HandoffVolumeTest, MovingToAnotherDriveIsRefusedClearly)
                   + " is on another drive, and rejects are only moved within the folder they are in");
     EXPECT_EQ(tree(otherDrive), QStringList{"IMG_0009.CR3"});
     EXPECT_EQ(read(photo), "raw 9");
+}
+
+// The backup drive fills up part-way: the hand-off says so, naming the drive, and leaves
+// whole copies only; the first drive still gets every copy, its sidecars, the flags list
+// and the checksum list.
+TEST(HandoffVolumeTest, AFullSecondDriveFailsAloneAndTheFirstGetsEverything)
+{
+    QTemporaryDir dir;
+    const QString card = dir.path() + "/card", first = dir.path() + "/first", backup = dir.path() + "/backup";
+    ASSERT_TRUE(QDir().mkpath(backup));
+    TmpfsMount mount(backup, "size=1m");
+    SKIP_UNLESS_MOUNTED(mount);
+    const qsizetype kibibyte = 1024;
+    write(card + "/a.CR3", noise(300 * kibibyte, 1));
+    write(card + "/b.CR3", noise(900 * kibibyte, 2));
+    write(card + "/c.JPG", noise(100 * kibibyte, 3));
+    HandoffPlan::Folder folder{card,
+                               {Shot("a", {card + "/a.CR3"}), Shot("b", {card + "/b.CR3"}), Shot("c", {card + "/c.JPG"})},
+                               {},
+                               true};
+    for (const char *id : {"a", "b", "c"})
+        folder.ratings.insert(id, Rating{2, Rating::Flag::pick, Rating::Label::none});
+    const QMap<QString, QString> originals = snapshot(card);
+    const HandoffPlan::Choices choices{.copy = true, .destination = first, .moveRejects = true,
+                                       .secondDestination = backup, .manifest = true};
+
+    const HandoffPlan::Report report = HandoffPlan::run(choices, folder, MoveLog(card, dir.path() + "/log"));
+    EXPECT_EQ(report.failure, "Stopped on backup: Couldn't write " + backup + "/b.CR3: " + std::strerror(ENOSPC));
+    EXPECT_EQ(report.lines, (QStringList{"Copied 3 files to first, each checked against the original.",
+                                         "Ratings written for 2 RAW files in first.",
+                                         "Picks and rejects marked for Lightroom (3 photos). In Lightroom Classic, "
+                                         "select them and choose Library \u25B8 Plug-in Extras \u25B8 Apply Sorvi "
+                                         "Picks and Rejects.",
+                                         "Checksums of 3 files listed in first/kestrane-sorvi.mhl."}));
+    EXPECT_EQ(tree(first), (QStringList{".kestrane-sorvi-flags.txt", "a.CR3", "a.xmp", "b.CR3", "b.xmp", "c.JPG",
+                                        "kestrane-sorvi.mhl"}));
+    for (const char *name : {"a.CR3", "b.CR3", "c.JPG"})
+        EXPECT_EQ(digest(first + '/' + name), originals.value(name)) << name;
+    EXPECT_EQ(tree(backup), QStringList{"a.CR3"}) << "a partial copy was left, or the steps after ran there";
+    EXPECT_EQ(digest(backup + "/a.CR3"), originals.value("a.CR3"));
+    EXPECT_EQ(snapshot(card), originals) << "the photos were changed, or rejects moved after a failure";
 }
