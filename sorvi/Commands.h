@@ -12,6 +12,7 @@ int demo(const QStringList &args);
 int check(const QStringList &args);
 int handoff(const QStringList &args);
 int putBack(const QStringList &args);
+int verify(const QStringList &args);
 int previews(const QStringList &args);
 int preview(const QStringList &args);
 int ask(const QStringList &args);

@@ -16,14 +16,36 @@ struct Request {
 };
 
 const char *const handoffUsage =
-    "usage: sorvi handoff FOLDER [--sidecars] [--flags-list] [--copy DEST [--what picks|rated|all]]\n"
+    "usage: sorvi handoff FOLDER [--sidecars] [--sidecar-style lightroom|darktable] [--flags-list]\n"
+    "                            [--copy DEST [--second-copy DEST2] [--what picks|rated|all] [--manifest]]\n"
     "                            [--remove-location] [--move-rejects] [--sidecar-folder DIR]\n";
+
+// The options that only mean something beside a copy.
+bool usedWithoutCopy(const CommandLine &line)
+{
+    for (const char *option : {"--second-copy", "--manifest"})
+        if (line.has(option) || line.value(option)) {
+            Terminal::printErr(QStringLiteral("sorvi: %1 goes with --copy\n%2").arg(option, handoffUsage));
+            return true;
+        }
+    return false;
+}
+
+std::optional<HandoffPlan::SidecarStyle> sidecarStyle(const QString &name)
+{
+    if (name == QLatin1String("lightroom"))
+        return HandoffPlan::SidecarStyle::lightroom;
+    if (name == QLatin1String("darktable"))
+        return HandoffPlan::SidecarStyle::darktable;
+    Terminal::printErr(QStringLiteral("sorvi: --sidecar-style takes lightroom or darktable\n"));
+    return std::nullopt;
+}
 
 std::optional<Request> parseRequest(const QStringList &args)
 {
     const CommandLine line(args,
-                           {"--sidecars", "--flags-list", "--remove-location", "--move-rejects"},
-                           {"--copy", "--what", "--sidecar-folder"});
+                           {"--sidecars", "--flags-list", "--remove-location", "--move-rejects", "--manifest"},
+                           {"--copy", "--second-copy", "--what", "--sidecar-folder", "--sidecar-style"});
     if (!line.isValid() || line.positional().size() != 1) {
         Terminal::printErr((line.isValid() ? QString() : QStringLiteral("sorvi: ") + line.error() + '\n') + handoffUsage);
         return std::nullopt;
@@ -39,10 +61,16 @@ std::optional<Request> parseRequest(const QStringList &args)
     choices.removeLocation = line.has("--remove-location");
     choices.moveRejects = line.has("--move-rejects");
     choices.sidecarFolder = line.value("--sidecar-folder").value_or(QString());
+    choices.secondDestination = line.value("--second-copy").value_or(QString());
+    choices.manifest = line.has("--manifest");
     if (!QStringList{"picks", "rated", "all"}.contains(choices.copyWhat)) {
         Terminal::printErr(QStringLiteral("sorvi: --what takes picks, rated or all\n"));
         return std::nullopt;
     }
+    const std::optional<HandoffPlan::SidecarStyle> style = sidecarStyle(line.value("--sidecar-style").value_or("lightroom"));
+    if (!style || (!choices.copy && usedWithoutCopy(line)))
+        return std::nullopt;
+    choices.sidecarStyle = *style;
     return request;
 }
 
@@ -93,12 +121,9 @@ int Commands::handoff(const QStringList &args)
     {
         Terminal::ProgressLine progress;
         const auto showProgress = [&progress](double fraction) {
-            const int filled = int(fraction * 30);
-            progress.show(QStringLiteral("Copying [%1%2] %3%")
-                              .arg(QString(filled, QLatin1Char('#')), QString(30 - filled, QLatin1Char('-')))
-                              .arg(int(fraction * 100)));
+            progress.show(Terminal::progressBar(QStringLiteral("Copying"), fraction));
         };
-        report = HandoffPlan::run(choices, openFolder(session, writable), MoveLog(request->folder), {showProgress});
+        report = HandoffPlan::run(choices, openFolder(session, writable), MoveLog(request->folder), {.progress = showProgress});
     }
     int status = print(report);
     if (status == 0 && choices.moveRejects && !writable) {

@@ -20,6 +20,15 @@ void printErr(const QString &text)
     std::fputs(text.toUtf8().constData(), stderr);
 }
 
+QString progressBar(const QString &label, double fraction)
+{
+    constexpr int width = 30;
+    const int filled = int(fraction * width);
+    return QStringLiteral("%1 [%2%3] %4%")
+        .arg(label, QString(filled, QLatin1Char('#')), QString(width - filled, QLatin1Char('-')))
+        .arg(int(fraction * 100));
+}
+
 void ProgressLine::show(const QString &text)
 {
     if (!stderrIsTerminal())

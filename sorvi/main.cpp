@@ -32,10 +32,15 @@ const char *const usage =
     "  key set|remove|test PROVIDER      keep, remove or try an AI service's API key (set reads it from\n"
     "                                    standard input)\n"
     "  demo DIR [--count N]              write a generated demo shoot into DIR\n"
-    "  handoff FOLDER [--sidecars] [--flags-list] [--copy DEST [--what picks|rated|all]]\n"
+    "  handoff FOLDER [--sidecars] [--sidecar-style lightroom|darktable] [--flags-list]\n"
+    "       [--copy DEST [--second-copy DEST2] [--what picks|rated|all] [--manifest]]\n"
     "       [--remove-location] [--move-rejects] [--sidecar-folder DIR]\n"
-    "                                    hand the ratings on: sidecars, verified copies, rejects aside\n"
-    "  put-back FOLDER                   put the rejects of the last move back where they were\n";
+    "                                    hand the ratings on: sidecars, verified copies (to a second\n"
+    "                                    drive too, with a checksum list), rejects aside\n"
+    "  put-back FOLDER                   put the rejects of the last move back where they were\n"
+    "  verify DESTINATION                read every file listed in the checksum lists (.mhl) at the\n"
+    "                                    top of DESTINATION again and say which match, differ or are\n"
+    "                                    missing; exit 0 only when all match\n";
 
 } // namespace
 
@@ -54,6 +59,7 @@ int main(int argc, char *argv[])
         {"check", Commands::check},
         {"handoff", Commands::handoff},
         {"put-back", Commands::putBack},
+        {"verify", Commands::verify},
         {"previews", Commands::previews},
         {"preview", Commands::preview},
         {"ask", Commands::ask},

@@ -174,3 +174,54 @@ TEST_F(SorviCommandTest, HandoffRunsTheChosenStepsReportsThemAndPutsRejectsBack)
     EXPECT_EQ(sorvi({"handoff", shoot}).exitCode, 2) << "nothing to do";
     EXPECT_EQ(sorvi({"handoff", shoot, "--copy", dir.path() + "/x", "--what", "best"}).exitCode, 2);
 }
+
+// Copies to two drives with a checksum list on each; `sorvi verify` then reads a drive
+// again and names the file whose byte went bad and the file that went missing.
+TEST_F(SorviCommandTest, HandoffToTwoDrivesThenVerifyNamesTheDamagedAndTheMissing)
+{
+    QTemporaryDir dir;
+    const QString shoot = dir.path() + "/shoot", picks = dir.path() + "/picks", backup = dir.path() + "/backup";
+    for (const char *name : {"day1/IMG_0001.CR2", "day1/IMG_0001.JPG", "day1/IMG_0002.JPG"})
+        TestFiles::write(shoot + '/' + name, QByteArray(name).repeated(5000));
+    ASSERT_EQ(sorvi({"rate", shoot, "day1/IMG_0001", "--pick", "--label", "Green"}).exitCode, 0);
+    ASSERT_EQ(sorvi({"rate", shoot, "day1/IMG_0002", "--pick"}).exitCode, 0);
+
+    CommandRun run = sorvi({"handoff", shoot, "--copy", picks, "--second-copy", backup, "--manifest", "--sidecars",
+                            "--sidecar-style", "darktable"});
+    ASSERT_EQ(run.exitCode, 0) << run.err.constData();
+    EXPECT_EQ(run.out, "Copied 3 files to picks, each checked against the original.\n"
+                       "Copied 3 files to backup, each checked against the original.\n"
+                       "Ratings written for 3 files in picks, for darktable and digiKam.\n"
+                       "Ratings written for 3 files in backup, for darktable and digiKam.\n"
+                       "Checksums of 3 files listed in picks/kestrane-sorvi.mhl.\n"
+                       "Checksums of 3 files listed in backup/kestrane-sorvi.mhl.\n");
+    EXPECT_EQ(TestFiles::tree(backup), (QStringList{"day1/IMG_0001.CR2", "day1/IMG_0001.CR2.xmp", "day1/IMG_0001.JPG",
+                                                    "day1/IMG_0001.JPG.xmp", "day1/IMG_0002.JPG",
+                                                    "day1/IMG_0002.JPG.xmp", "kestrane-sorvi.mhl"}));
+
+    run = sorvi({"verify", backup});
+    EXPECT_EQ(run.exitCode, 0) << run.err.constData();
+    EXPECT_TRUE(run.out.endsWith("3 files listed in kestrane-sorvi.mhl: 3 match, 0 differ, 0 missing, 0 not checked.\n"))
+        << run.out.constData();
+
+    QByteArray bytes = TestFiles::read(backup + "/day1/IMG_0001.CR2");
+    bytes[1234] = char(bytes[1234] ^ 0x01);
+    TestFiles::write(backup + "/day1/IMG_0001.CR2", bytes);
+    ASSERT_TRUE(QFile::remove(backup + "/day1/IMG_0002.JPG"));
+    run = sorvi({"verify", backup});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.out.contains("DIFFERS  day1/IMG_0001.CR2 (its xxhash64be is ")) << run.out.constData();
+    EXPECT_TRUE(run.out.contains("matches  day1/IMG_0001.JPG\n")) << run.out.constData();
+    EXPECT_TRUE(run.out.contains("MISSING  day1/IMG_0002.JPG\n")) << run.out.constData();
+    EXPECT_TRUE(run.out.endsWith(": 1 match, 1 differ, 1 missing, 0 not checked.\n")) << run.out.constData();
+    EXPECT_EQ(sorvi({"verify", picks}).exitCode, 0) << "the first drive was touched";
+
+    run = sorvi({"verify", shoot});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.err.contains("no checksum list (.mhl) in")) << run.err.constData();
+    for (const QStringList &bad : {QStringList{"handoff", shoot, "--sidecars", "--manifest"},
+                                   QStringList{"handoff", shoot, "--sidecars", "--second-copy", backup},
+                                   QStringList{"handoff", shoot, "--sidecars", "--sidecar-style", "capture-one"},
+                                   QStringList{"verify"}})
+        EXPECT_EQ(sorvi(bad).exitCode, 2) << bad.join(' ').toStdString();
+}
