@@ -1,7 +1,9 @@
 // Copies a card's worth of large files with the hand-off engine, and the same files with
 // `cp -r` followed by `xxhsum` of the sources and of the copies read back from the disk,
-// in the same run; prints both times and their ratio against our goal. Then shows that
-// the engine's read-back reaches the device rather than the page cache.
+// in the same run; prints both times and their ratio against our goal. Then the same to
+// two destinations at once (a backup drive), against `cp -r` to each followed by one
+// `xxhsum` of the sources and both sets of copies. Last it shows that the engine's
+// read-back reaches the device rather than the page cache.
 
 #include "SorviKit/handoff/Handoff.h"
 
@@ -88,15 +90,19 @@ bool run(const QString &program, const QStringList &arguments, QByteArray *outpu
     return true;
 }
 
-// The peer: plain copy, then every file's XXH64 with the copies read from the device.
-// Returns the seconds taken, or a negative value when the tools failed or a copy differs.
-double timePeer(const QString &sources, const QString &destination)
+// The peer: plain copies to each destination, then every file's XXH64 with the copies
+// read from the device. Returns the seconds taken, or a negative value when the tools
+// failed or a copy differs.
+double timePeer(const QString &sources, const QStringList &destinations)
 {
     QElapsedTimer timer;
     timer.start();
-    if (!run("cp", {"-r", sources, destination}))
-        return -1;
-    const QStringList copies = filesIn(destination);
+    QStringList copies;
+    for (const QString &destination : destinations) {
+        if (!run("cp", {"-r", sources, destination}))
+            return -1;
+        copies << filesIn(destination);
+    }
     flushAndDrop(copies);
     QByteArray listing;
     if (!run("xxhsum", filesIn(sources) + copies, &listing))
@@ -116,20 +122,18 @@ double timePeer(const QString &sources, const QString &destination)
     return mismatches == 0 ? seconds : -1;
 }
 
-double timeOurs(const QString &sources, const QString &destination)
+double timeOurs(const QString &sources, const QStringList &destinations)
 {
     QList<Shot> shots;
     for (const QString &file : filesIn(sources))
         shots << Shot(QFileInfo(file).completeBaseName(), {file});
     QElapsedTimer timer;
     timer.start();
-    try {
-        const Handoff::CopyResult result = Handoff::copy(shots, sources, destination, false);
-        if (result.files != shots.size())
+    for (const Handoff::DestinationCopy &copy : Handoff::copyToEach(shots, sources, destinations, false)) {
+        if (copy.failure || copy.result.files != shots.size()) {
+            std::fprintf(stderr, "the copy to %s failed\n", qPrintable(copy.destination));
             return -1;
-    } catch (const std::exception &error) {
-        std::fprintf(stderr, "copy failed: %s\n", error.what());
-        return -1;
+        }
     }
     return timer.nsecsElapsed() / 1e9;
 }
@@ -184,15 +188,16 @@ void showReadBack(const QString &folder, qint64 bytes)
     std::printf("  read-back / cached: %.1f times slower\n", uncached / cached);
 }
 
-// The requested size, scaled down when the folder's volume cannot hold the sources, two
-// sets of copies and the read-back pair with a quarter of its free space to spare.
+// The requested size, scaled down when the folder's volume cannot hold the sources and
+// four sets of copies (ours and the peer's, to two destinations) with a quarter of its
+// free space to spare.
 qint64 fittingTotal(const QString &folder, qint64 requested)
 {
     struct statvfs volume;
     if (::statvfs(QFile::encodeName(folder).constData(), &volume) != 0)
         return requested;
     const qint64 free = qint64(volume.f_bavail) * qint64(volume.f_frsize);
-    const qint64 fits = free * 3 / 4 / 4;
+    const qint64 fits = free * 3 / 4 / 5;
     if (requested <= fits)
         return requested;
     std::printf("Note: only %.0f MB free in %s; scaling the data down from %.0f MB to %.0f MB.\n", free / 1e6,
@@ -200,34 +205,51 @@ qint64 fittingTotal(const QString &folder, qint64 requested)
     return fits;
 }
 
+// Times ours and the peer's copy of the sources to `count` destinations below `work`,
+// each starting with the sources on the device only, then removes the copies.
+bool compareRun(const QString &work, const QString &sources, qint64 bytes, int count)
+{
+    QStringList peer, ours;
+    for (int i = 1; i <= count; ++i) {
+        peer << work + QStringLiteral("/peer%1").arg(i);
+        ours << work + QStringLiteral("/ours%1").arg(i);
+    }
+    flushAndDrop(filesIn(sources));
+    const double peerSeconds = timePeer(sources, peer);
+    QStringList peerCopies;
+    for (const QString &folder : peer)
+        peerCopies << filesIn(folder);
+    flushAndDrop(filesIn(sources) + peerCopies);
+    const double ourSeconds = timeOurs(sources, ours);
+    for (const QString &folder : peer + ours)
+        QDir(folder).removeRecursively();
+    if (peerSeconds < 0 || ourSeconds < 0) {
+        std::fprintf(stderr, "a run failed; no figures\n");
+        return false;
+    }
+    const double gigabytes = bytes / 1e9;
+    const char *peerName = count == 1 ? "cp -r + xxhsum" : "cp -r to each + xxhsum";
+    std::printf("\nCopy and verify %d files, %.2f GB, to %d destination%s:\n", fileCount, gigabytes, count,
+                count == 1 ? "" : "s");
+    std::printf("  %-28s (copies read from the device)  %7.2f s  %6.0f MB/s of sources\n", peerName, peerSeconds,
+                gigabytes * 1e3 / peerSeconds);
+    std::printf("  %-28s                                %7.2f s  %6.0f MB/s of sources\n",
+                count == 1 ? "Handoff::copy" : "Handoff::copyToEach", ourSeconds, gigabytes * 1e3 / ourSeconds);
+    std::printf("  ratio ours / peer: %.2f (goal <= %.1f) %s\n", ourSeconds / peerSeconds, goal,
+                ourSeconds / peerSeconds <= goal ? "met" : "NOT met");
+    return true;
+}
+
 bool compareCopies(const QString &work, qint64 total)
 {
-    const QString sources = work + "/card", ours = work + "/ours", peer = work + "/peer";
+    const QString sources = work + "/card";
     QDir().mkpath(sources);
     const qint64 each = total / fileCount;
     std::printf("Making %d files of %.1f MB (%.2f GB) in %s …\n", fileCount, each / 1e6, each * fileCount / 1e9,
                 qPrintable(work));
     for (int i = 0; i < fileCount; ++i)
         writeNoise(sources + QString::asprintf("/IMG_%04d.CR3", i + 1), each, std::uint64_t(i + 1));
-
-    // Both start with the sources on the device only and nothing dirty in the cache.
-    flushAndDrop(filesIn(sources));
-    const double peerSeconds = timePeer(sources, peer);
-    flushAndDrop(filesIn(sources) + filesIn(peer));
-    const double ourSeconds = timeOurs(sources, ours);
-    if (peerSeconds < 0 || ourSeconds < 0) {
-        std::fprintf(stderr, "a run failed; no figures\n");
-        return false;
-    }
-    const double gigabytes = each * fileCount / 1e9;
-    std::printf("\nCopy and verify %d files, %.2f GB:\n", fileCount, gigabytes);
-    std::printf("  cp -r + xxhsum (copies read from the device)  %7.2f s  %6.0f MB/s\n", peerSeconds,
-                gigabytes * 1e3 / peerSeconds);
-    std::printf("  Handoff::copy                                 %7.2f s  %6.0f MB/s\n", ourSeconds,
-                gigabytes * 1e3 / ourSeconds);
-    std::printf("  ratio ours / peer: %.2f (goal <= %.1f) %s\n", ourSeconds / peerSeconds, goal,
-                ourSeconds / peerSeconds <= goal ? "met" : "NOT met");
-    return true;
+    return compareRun(work, sources, each * fileCount, 1) && compareRun(work, sources, each * fileCount, 2);
 }
 
 } // namespace
