@@ -192,8 +192,8 @@ TEST(HandoffView, ReadOnlyCardNeedsASidecarFolder)
     forgetChoices();
 }
 
-// A copy cancelled part-way reports what it copied and what it left; a destination that
-// fills up is reported in the sheet with the originals untouched. Screenshots before,
+// A copy cancelled part-way reports what it copied and what it left; a second drive that
+// fills up is reported in the sheet while the first gets everything. Screenshots before,
 // during and after.
 TEST(HandoffView, CopyCancelledPartWayAndADestinationThatFillsUp)
 {
@@ -245,16 +245,24 @@ TEST(HandoffView, CopyCancelledPartWayAndADestinationThatFillsUp)
     EXPECT_EQ(cancelled.lines[1], QStringLiteral("Cancelled: %1 not copied.").arg(Wording::counted(6 - copied, "file")));
     screenshot(view, "handoff-after");
 
-    // A destination too small for the rest: the failure in the sheet, the copies so far whole.
+    // A second drive too small: its failure in the sheet, its copies so far whole, and the
+    // first drive still gets every photo.
     const QString small = dir.filePath("small");
     QDir().mkpath(small);
     TmpfsMount mount(small, "size=8m");
     if (mount.isMounted()) {
         Sheet full(model);
-        full.view.setDestination(small);
+        full.view.setDestination(dir.filePath("whole"));
+        full.view.setSecondDestination(small);
+        EXPECT_TRUE(child<QCheckBox>(full.view, "second")->isChecked());
+        EXPECT_EQ(text(full.view, "secondName"), "small");
         const HandoffPlan::Report report = full.run();
+        EXPECT_TRUE(report.failure.startsWith("Stopped on small: ")) << report.failure.toStdString();
         EXPECT_TRUE(report.failure.contains("No space left on device")) << report.failure.toStdString();
         EXPECT_EQ(text(full.view, "failureText"), report.failure);
+        QMap<QString, QString> whole = TestFiles::snapshot(dir.filePath("whole"));
+        EXPECT_EQ(whole.take(Handoff::flagsListName), TestFiles::digest(dir.filePath("whole/") + Handoff::flagsListName));
+        EXPECT_EQ(whole, originals) << "the first drive lost copies";
         for (const QString &copy : TestFiles::tree(small))
             EXPECT_EQ(TestFiles::digest(small + '/' + copy), originals.value(copy)) << copy.toStdString();
         screenshot(full.view, "handoff-full");
