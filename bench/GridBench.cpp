@@ -5,6 +5,7 @@
 // included); separately, every event the GUI thread dispatched meanwhile (thumbnails
 // arriving, the model publishing details) is timed on its own. Goals: first screenful
 // under 1.5 s, 95th percentile per input under 16 ms.
+#include "WindowBench.h"
 #include "SorviApp/views/BrowserView.h"
 #include "SorviApp/views/GridView.h"
 #include "SorviKit/library/ShotScanner.h"
@@ -125,14 +126,6 @@ void report(const char *what, std::vector<double> times)
                 times[times.size() / 2], p95, times.back());
 }
 
-void press(QWidget *target, Qt::Key key)
-{
-    QKeyEvent down(QEvent::KeyPress, key, Qt::NoModifier);
-    QCoreApplication::sendEvent(target, &down);
-    QKeyEvent up(QEvent::KeyRelease, key, Qt::NoModifier);
-    QCoreApplication::sendEvent(target, &up);
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -143,11 +136,9 @@ int main(int argc, char **argv)
     QTemporaryDir dir;
     if (!home.isValid() || !dir.isValid() || !QDir(dir.path()).mkpath(QStringLiteral("shoot")))
         return 1;
-    qputenv("XDG_DATA_HOME", QFile::encodeName(home.filePath(QStringLiteral("data"))));
-    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.filePath(QStringLiteral("config"))));
+    WindowBench::useScratchHome(home);
     TimingApplication app(argc, argv);
-    QCoreApplication::setOrganizationName(QStringLiteral("Kestrane"));
-    QCoreApplication::setApplicationName(QStringLiteral("Sorvi"));
+    WindowBench::nameApplication();
     ShotScanner::initializeMetadataReader();
     if (!writeFolder(dir.path())) {
         std::fprintf(stderr, "could not write the test folder in %s\n", qPrintable(dir.path()));
@@ -182,7 +173,7 @@ int main(int argc, char **argv)
     }
     for (int i = 0; i < arrowPresses; ++i) {
         const Qt::Key key = i % 3 == 2 ? Qt::Key_Right : Qt::Key_Down;
-        arrows.push_back(timed([&browser, key] { press(&browser, key); }));
+        arrows.push_back(timed([&browser, key] { WindowBench::press(&browser, key); }));
         idle(inputGapMs);
     }
     app.record(false);

@@ -6,6 +6,7 @@
 // prepared neighbour pictures held and the process's peak resident size.
 // Goals: p95 under 16 ms per step; no frame over 50 ms while held; 100 % painted within
 // 250 ms for a 24 MP JPEG; neighbour pictures under 300 MB.
+#include "WindowBench.h"
 #include "SorviApp/model/SorviModel.h"
 #include "SorviApp/views/BrowserView.h"
 #include "SorviApp/views/LoupeView.h"
@@ -152,14 +153,6 @@ void idleUntil(double atMs)
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, std::max(1, int(atMs - nowMs())));
 }
 
-void press(QWidget *target, Qt::Key key, const QString &text = {})
-{
-    QKeyEvent down(QEvent::KeyPress, key, Qt::NoModifier, text);
-    QCoreApplication::sendEvent(target, &down);
-    QKeyEvent up(QEvent::KeyRelease, key, Qt::NoModifier, text);
-    QCoreApplication::sendEvent(target, &up);
-}
-
 double percentile(std::vector<double> values, double fraction)
 {
     if (values.empty())
@@ -236,7 +229,7 @@ void runPerson(Session &s)
         const QString before = s.model.selection();
         const double sent = nowMs();
         const int standInsBefore = s.paints.standIns;
-        press(&s.browser, Qt::Key_Right);
+        WindowBench::press(&s.browser, Qt::Key_Right);
         const QString target = s.model.selection();
         if (target == before) {
             std::printf("    end of the folder after %d presses\n", i);
@@ -305,7 +298,7 @@ void runHeld(Session &s)
         }
         Press p;
         p.sentMs = nowMs();
-        press(&s.browser, Qt::Key_Right);
+        WindowBench::press(&s.browser, Qt::Key_Right);
         p.target = s.model.selection();
         presses.push_back(p);
         s.sample();
@@ -353,7 +346,7 @@ void runZoom(Session &s, PaintWatchingApplication &app, bool isJpeg)
         if (k > 0) {
             const QString before = s.model.selection();
             const double at = nowMs();
-            press(&s.browser, Qt::Key_Right);
+            WindowBench::press(&s.browser, Qt::Key_Right);
             if (s.model.selection() == before)
                 break;
             s.waitForFull(s.model.selection(), at);
@@ -362,7 +355,7 @@ void runZoom(Session &s, PaintWatchingApplication &app, bool isJpeg)
         const QString id = s.model.selection();
         fullShownMs = -1;
         const double sent = nowMs();
-        press(&s.browser, Qt::Key_Space, QStringLiteral(" "));
+        WindowBench::press(&s.browser, Qt::Key_Space, QStringLiteral(" "));
         const bool shown = waitUntil([&] { return fullShownMs >= sent && app.lastPaintMs > fullShownMs; }, waitCapMs);
         s.sample();
         ++tried;
@@ -376,7 +369,7 @@ void runZoom(Session &s, PaintWatchingApplication &app, bool isJpeg)
                         zoom->hasFailed() ? "the decode failed" : "still decoding");
         }
         const double out = nowMs();
-        press(&s.browser, Qt::Key_Escape);
+        WindowBench::press(&s.browser, Qt::Key_Escape);
         s.waitForFull(id, out);
         s.sample();
     }
@@ -445,11 +438,9 @@ int main(int argc, char **argv)
     QTemporaryDir raws;
     if (!home.isValid() || !jpegs.isValid() || !raws.isValid())
         return 1;
-    qputenv("XDG_DATA_HOME", QFile::encodeName(home.filePath(QStringLiteral("data"))));
-    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.filePath(QStringLiteral("config"))));
+    WindowBench::useScratchHome(home);
     PaintWatchingApplication app(argc, argv);
-    QCoreApplication::setOrganizationName(QStringLiteral("Kestrane"));
-    QCoreApplication::setApplicationName(QStringLiteral("Sorvi"));
+    WindowBench::nameApplication();
     ShotScanner::initializeMetadataReader();
     runClock.start();
 

@@ -4,6 +4,7 @@
 // (real files with full EXIF) copied under camera-style names, and removed afterwards.
 // The on-device checks are left off: they are measured by bench_face.
 
+#include "WindowBench.h"
 #include "SorviKit/core/FileError.h"
 #include "SorviKit/demo/DemoShoot.h"
 #include "SorviApp/model/SorviModel.h"
@@ -141,12 +142,9 @@ int main(int argc, char **argv)
     QTemporaryDir work;
     if (!work.isValid())
         return 1;
-    // The model writes catalogs and recent folders; keep them out of the user's own.
-    qputenv("XDG_DATA_HOME", QFile::encodeName(work.filePath(QStringLiteral("data"))));
-    qputenv("XDG_CONFIG_HOME", QFile::encodeName(work.filePath(QStringLiteral("config"))));
+    WindowBench::useScratchHome(work);
     QCoreApplication app(argc, argv);
-    QCoreApplication::setOrganizationName(QStringLiteral("Kestrane"));
-    QCoreApplication::setApplicationName(QStringLiteral("Sorvi"));
+    WindowBench::nameApplication();
     ShotScanner::initializeMetadataReader();
 
     const QString demo = work.filePath(QStringLiteral("demo")), card = work.filePath(QStringLiteral("card"));

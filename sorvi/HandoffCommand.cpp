@@ -135,16 +135,12 @@ int Commands::handoff(const QStringList &args)
 
 int Commands::putBack(const QStringList &args)
 {
-    const CommandLine line(args, {}, {});
-    if (!line.isValid() || line.positional().size() != 1) {
-        Terminal::printErr(QStringLiteral("usage: sorvi put-back FOLDER\n"));
-        return 2;
-    }
-    const QString folder = QFileInfo(line.positional().first()).canonicalFilePath();
-    if (folder.isEmpty()) {
-        Terminal::printErr(QStringLiteral("sorvi: %1 is not a folder\n").arg(line.positional().first()));
-        return 1;
-    }
+    int status = 0;
+    const std::optional<QString> chosen = FolderShots::onlyFolderArgument(
+        CommandLine(args, {}, {}), QStringLiteral("usage: sorvi put-back FOLDER\n"), status);
+    if (!chosen)
+        return status;
+    const QString &folder = *chosen;
     const HandoffPlan::Report report = HandoffPlan::putBack(MoveLog(folder));
     if (report.lines.isEmpty() && report.failure.isEmpty()) {
         Terminal::printErr(QStringLiteral("sorvi: no moved rejects to put back in %1\n").arg(folder));

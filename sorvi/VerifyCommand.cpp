@@ -1,9 +1,8 @@
 #include "CommandLine.h"
 #include "Commands.h"
+#include "FolderShots.h"
 #include "SorviKit/handoff/ManifestCheck.h"
 #include "Terminal.h"
-
-#include <QFileInfo>
 
 namespace {
 
@@ -41,16 +40,12 @@ void print(const ManifestCheck::Result &result)
 
 int Commands::verify(const QStringList &args)
 {
-    const CommandLine line(args, {}, {});
-    if (!line.isValid() || line.positional().size() != 1) {
-        Terminal::printErr(QStringLiteral("usage: sorvi verify DESTINATION\n"));
-        return 2;
-    }
-    const QString folder = QFileInfo(line.positional().first()).canonicalFilePath();
-    if (folder.isEmpty() || !QFileInfo(folder).isDir()) {
-        Terminal::printErr(QStringLiteral("sorvi: %1 is not a folder\n").arg(line.positional().first()));
-        return 1;
-    }
+    int status = 0;
+    const std::optional<QString> destination = FolderShots::onlyFolderArgument(
+        CommandLine(args, {}, {}), QStringLiteral("usage: sorvi verify DESTINATION\n"), status);
+    if (!destination)
+        return status;
+    const QString &folder = *destination;
     ManifestCheck::Result result;
     {
         Terminal::ProgressLine progress;

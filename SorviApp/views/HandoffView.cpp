@@ -45,14 +45,34 @@ QLabel *explanation(QWidget *parent, const char *name)
     return label;
 }
 
-QCheckBox *toggle(const QString &text, QWidget *parent, const char *name)
+// A section's own toggle, in bold.
+QCheckBox *headline(QCheckBox *box)
 {
-    auto *box = new QCheckBox(text, parent);
-    box->setObjectName(QLatin1String(name));
     QFont font = box->font();
     font.setBold(true);
     box->setFont(font);
     return box;
+}
+
+// A row indented under a section's toggle, packed to the left.
+QHBoxLayout *indented(const QList<QWidget *> &widgets)
+{
+    auto *row = new QHBoxLayout;
+    row->setContentsMargins(24, 0, 0, 0);
+    for (QWidget *widget : widgets)
+        row->addWidget(widget);
+    row->addStretch(1);
+    return row;
+}
+
+// Whether the move record holds moves to put back; an unreadable one offers none.
+bool movesRecorded(const MoveLog &log)
+{
+    try {
+        return !log.load().isEmpty();
+    } catch (const FileError &) {
+        return false;
+    }
 }
 
 QPushButton *button(const QString &text, QWidget *parent, const char *name)
@@ -193,6 +213,32 @@ void HandoffView::setSidecarFolder(const QString &folder)
 
 // Layout.
 
+QCheckBox *HandoffView::choiceToggle(const QString &text, const char *name, bool HandoffPlan::Choices::*choice,
+                                     const char *key, QWidget *parent)
+{
+    auto *box = new QCheckBox(text, parent);
+    box->setObjectName(QLatin1String(name));
+    // Only the user's clicks: refresh() setting the box from the choices writes nothing.
+    connect(box, &QCheckBox::clicked, this, [this, choice, key](bool on) {
+        m_choices.*choice = on;
+        remember(key, on);
+        refresh();
+    });
+    m_choiceWidgets << box;
+    return box;
+}
+
+void HandoffView::showPluginMessage(const QFuture<QString> &message)
+{
+    auto *watcher = new QFutureWatcher<QString>(this);
+    connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher] {
+        watcher->deleteLater();
+        m_pluginMessage->setText(watcher->result());
+        m_pluginMessage->show();
+    });
+    watcher->setFuture(message);
+}
+
 void HandoffView::build()
 {
     auto *column = new QVBoxLayout(this);
@@ -232,18 +278,11 @@ void HandoffView::build()
 
 QWidget *HandoffView::makeSidecarsSection()
 {
-    m_sidecars = toggle(QStringLiteral("Write ratings for Lightroom and Capture One"), this, "sidecars");
-    connect(m_sidecars, &QCheckBox::toggled, this, [this](bool on) {
-        m_choices.sidecars = on;
-        remember(sidecarsKey, on);
-        refresh();
-    });
+    m_sidecars = headline(choiceToggle(QStringLiteral("Write ratings for Lightroom and Capture One"), "sidecars",
+                                       &HandoffPlan::Choices::sidecars, sidecarsKey, this));
     m_sidecarsText = explanation(this, "sidecarsText");
     // Beyond Lightroom: darktable and digiKam look for a sidecar named after the whole file.
     auto *styleRow = new QWidget(this);
-    auto *styleLayout = new QHBoxLayout(styleRow);
-    styleLayout->setContentsMargins(24, 0, 0, 0);
-    styleLayout->addWidget(new QLabel(QStringLiteral("Sidecars for"), styleRow));
     m_sidecarStyle = new QComboBox(styleRow);
     m_sidecarStyle->setObjectName(QStringLiteral("sidecarStyle"));
     m_sidecarStyle->addItems({QStringLiteral("Lightroom and Capture One (IMG_0001.xmp)"),
@@ -252,26 +291,21 @@ QWidget *HandoffView::makeSidecarsSection()
         m_choices.sidecarStyle = index == 1 ? HandoffPlan::SidecarStyle::darktable : HandoffPlan::SidecarStyle::lightroom;
         remember(sidecarStyleKey, index == 1 ? QStringLiteral("darktable") : QStringLiteral("lightroom"));
     });
-    styleLayout->addWidget(m_sidecarStyle);
-    styleLayout->addStretch(1);
+    styleRow->setLayout(indented({new QLabel(QStringLiteral("Sidecars for"), styleRow), m_sidecarStyle}));
     QPushButton *choose = button(QStringLiteral("Write Sidecars to a Folder…"), this, "chooseSidecarFolder");
     connect(choose, &QPushButton::clicked, this, [this] {
         chooseFolder(QStringLiteral("Choose a folder for the sidecar files. Sorvi mirrors the card's folders inside it."),
                      QStringLiteral("Choose"), [this](const QString &folder) { setSidecarFolder(folder); });
     });
     m_sidecarFolderRow = folderRow(this, m_sidecarFolderName, "sidecarFolderName", choose);
-    m_choiceWidgets << m_sidecars << m_sidecarStyle << choose;
+    m_choiceWidgets << m_sidecarStyle << choose;
     return section(this, {m_sidecars, m_sidecarsText, styleRow, m_sidecarFolderRow});
 }
 
 QWidget *HandoffView::makeFlagsSection()
 {
-    m_flagsList = toggle(QStringLiteral("Mark picks and rejects for Lightroom"), this, "flagsList");
-    connect(m_flagsList, &QCheckBox::toggled, this, [this](bool on) {
-        m_choices.flagsList = on;
-        remember(flagsListKey, on);
-        refresh();
-    });
+    m_flagsList = headline(choiceToggle(QStringLiteral("Mark picks and rejects for Lightroom"), "flagsList",
+                                        &HandoffPlan::Choices::flagsList, flagsListKey, this));
     QLabel *text = explanation(this, "flagsText");
     text->setText(QStringLiteral("Lightroom ignores pick and reject flags in files. Sorvi adds them as the keywords "
                                  "\u201CSorvi Pick\u201D and \u201CSorvi Reject\u201D, and the Kestrane Sorvi plug-in "
@@ -281,15 +315,8 @@ QWidget *HandoffView::makeFlagsSection()
     row->setContentsMargins(24, 0, 0, 0);
     if (LightroomPlugin::installSupported()) {
         QPushButton *install = button(QStringLiteral("Install Lightroom Classic Plug-in"), buttons, "installPlugin");
-        connect(install, &QPushButton::clicked, this, [this] {
-            auto *watcher = new QFutureWatcher<QString>(this);
-            connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher] {
-                watcher->deleteLater();
-                m_pluginMessage->setText(watcher->result());
-                m_pluginMessage->show();
-            });
-            watcher->setFuture(QtConcurrent::run(&LightroomPlugin::install));
-        });
+        connect(install, &QPushButton::clicked, this,
+                [this] { showPluginMessage(QtConcurrent::run(&m_pool, &LightroomPlugin::install)); });
         row->addWidget(install);
     }
     QPushButton *save = button(QStringLiteral("Save Lightroom Classic Plug-in…"), buttons, "savePlugin");
@@ -298,26 +325,18 @@ QWidget *HandoffView::makeFlagsSection()
     row->addStretch(1);
     m_pluginMessage = explanation(this, "pluginMessage");
     m_pluginMessage->hide();
-    m_choiceWidgets << m_flagsList;
     return section(this, {m_flagsList, text, buttons, m_pluginMessage});
 }
 
 QWidget *HandoffView::makeCopySection()
 {
-    m_copy = toggle(QStringLiteral("Copy photos to a folder"), this, "copy");
-    connect(m_copy, &QCheckBox::toggled, this, [this](bool on) {
-        m_choices.copy = on;
-        remember(copyKey, on);
-        refresh();
-    });
+    m_copy = headline(
+        choiceToggle(QStringLiteral("Copy photos to a folder"), "copy", &HandoffPlan::Choices::copy, copyKey, this));
     m_copyDetails = new QWidget(this);
     auto *details = new QVBoxLayout(m_copyDetails);
     details->setContentsMargins(0, 0, 0, 0);
     details->setSpacing(4);
 
-    auto *whichRow = new QHBoxLayout;
-    whichRow->setContentsMargins(24, 0, 0, 0);
-    whichRow->addWidget(new QLabel(QStringLiteral("Which"), m_copyDetails));
     m_copyWhat = new QComboBox(m_copyDetails);
     m_copyWhat->setObjectName(QStringLiteral("copyWhat"));
     m_copyWhat->addItems({QString(), QStringLiteral("Rated 1 star or more"), QStringLiteral("Everything except rejects")});
@@ -326,21 +345,10 @@ QWidget *HandoffView::makeCopySection()
         remember(copyWhatKey, m_choices.copyWhat);
         refresh();
     });
-    whichRow->addWidget(m_copyWhat);
-    whichRow->addStretch(1);
-    details->addLayout(whichRow);
-
-    m_removeLocation = new QCheckBox(QStringLiteral("Remove location from JPEG and HEIC copies"), m_copyDetails);
-    m_removeLocation->setObjectName(QStringLiteral("removeLocation"));
-    m_removeLocation->setContentsMargins(24, 0, 0, 0);
-    connect(m_removeLocation, &QCheckBox::toggled, this, [this](bool on) {
-        m_choices.removeLocation = on;
-        remember(removeLocationKey, on);
-    });
-    auto *removeRow = new QHBoxLayout;
-    removeRow->setContentsMargins(24, 0, 0, 0);
-    removeRow->addWidget(m_removeLocation);
-    details->addLayout(removeRow);
+    details->addLayout(indented({new QLabel(QStringLiteral("Which"), m_copyDetails), m_copyWhat}));
+    m_removeLocation = choiceToggle(QStringLiteral("Remove location from JPEG and HEIC copies"), "removeLocation",
+                                    &HandoffPlan::Choices::removeLocation, removeLocationKey, m_copyDetails);
+    details->addLayout(indented({m_removeLocation}));
 
     m_copyText = explanation(m_copyDetails, "copyText");
     details->addWidget(m_copyText);
@@ -367,39 +375,23 @@ QWidget *HandoffView::makeCopySection()
             pickSecond();
         refresh();
     });
-    auto *secondRow = new QHBoxLayout;
-    secondRow->setContentsMargins(24, 0, 0, 0);
-    secondRow->addWidget(m_second);
-    details->addLayout(secondRow);
+    details->addLayout(indented({m_second}));
     QWidget *secondFolder = folderRow(m_copyDetails, m_secondName, "secondName", chooseSecond);
     secondFolder->setContentsMargins(24, 0, 0, 0);
     details->addWidget(secondFolder);
-    m_manifest = new QCheckBox(QStringLiteral("Write a manifest of the checked copies (sorvi verify checks them again later)"),
-                               m_copyDetails);
-    m_manifest->setObjectName(QStringLiteral("manifest"));
-    connect(m_manifest, &QCheckBox::toggled, this, [this](bool on) {
-        m_choices.manifest = on;
-        remember(manifestKey, on);
-    });
-    auto *manifestRow = new QHBoxLayout;
-    manifestRow->setContentsMargins(24, 0, 0, 0);
-    manifestRow->addWidget(m_manifest);
-    details->addLayout(manifestRow);
+    m_manifest = choiceToggle(QStringLiteral("Write a manifest of the checked copies (sorvi verify checks them again later)"),
+                              "manifest", &HandoffPlan::Choices::manifest, manifestKey, m_copyDetails);
+    details->addLayout(indented({m_manifest}));
 
-    m_choiceWidgets << m_copy << m_copyWhat << m_removeLocation << choose << m_second << chooseSecond << m_manifest;
+    m_choiceWidgets << m_copyWhat << choose << m_second << chooseSecond;
     return section(this, {m_copy, m_copyDetails});
 }
 
 QWidget *HandoffView::makeRejectsSection()
 {
-    m_moveRejects = toggle(QStringLiteral("Move rejects into a \u201CRejected\u201D folder"), this, "moveRejects");
-    connect(m_moveRejects, &QCheckBox::toggled, this, [this](bool on) {
-        m_choices.moveRejects = on;
-        remember(moveRejectsKey, on);
-        refresh();
-    });
+    m_moveRejects = headline(choiceToggle(QStringLiteral("Move rejects into a \u201CRejected\u201D folder"), "moveRejects",
+                                          &HandoffPlan::Choices::moveRejects, moveRejectsKey, this));
     m_rejectsText = explanation(this, "rejectsText");
-    m_choiceWidgets << m_moveRejects;
     return section(this, {m_moveRejects, m_rejectsText});
 }
 
@@ -563,13 +555,7 @@ void HandoffView::savePlugin()
     dialog->selectFile(LightroomPlugin::bundleName);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     connect(dialog, &QFileDialog::fileSelected, this, [this](const QString &target) {
-        auto *watcher = new QFutureWatcher<QString>(this);
-        connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher] {
-            watcher->deleteLater();
-            m_pluginMessage->setText(watcher->result());
-            m_pluginMessage->show();
-        });
-        watcher->setFuture(QtConcurrent::run(&m_pool, [target] { return LightroomPlugin::save(target); }));
+        showPluginMessage(QtConcurrent::run(&m_pool, [target] { return LightroomPlugin::save(target); }));
     });
     dialog->open();
 }
@@ -590,13 +576,8 @@ void HandoffView::run()
             QMetaObject::invokeMethod(this, [this, fraction] { setProgress(fraction); }, Qt::QueuedConnection);
         };
         watch.cancelled = [cancelled] { return cancelled->load(); };
-        Outcome outcome{HandoffPlan::run(choices, folder, log, watch)};
-        try {
-            outcome.moved = !log.load().isEmpty();
-        } catch (const FileError &) {
-            outcome.moved = false; // an unreadable record offers nothing to put back
-        }
-        return outcome;
+        const HandoffPlan::Report report = HandoffPlan::run(choices, folder, log, watch);
+        return Outcome{report, movesRecorded(log)};
     });
 }
 
@@ -621,13 +602,8 @@ void HandoffView::putBack()
         return;
     const MoveLog log(m_folder, m_model.storeDirectory());
     startTask([log] {
-        Outcome outcome{HandoffPlan::putBack(log)};
-        try {
-            outcome.moved = !log.load().isEmpty();
-        } catch (const FileError &) {
-            outcome.moved = false;
-        }
-        return outcome;
+        const HandoffPlan::Report report = HandoffPlan::putBack(log);
+        return Outcome{report, movesRecorded(log)};
     });
 }
 

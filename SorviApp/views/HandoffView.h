@@ -85,6 +85,11 @@ private:
         bool secondExists = false;
     };
 
+    /// A toggle bound to one of the choices: remembered under `key`, the sheet follows it,
+    /// and it is disabled while a run is under way.
+    QCheckBox *choiceToggle(const QString &text, const char *name, bool HandoffPlan::Choices::*choice, const char *key,
+                            QWidget *parent);
+    void showPluginMessage(const QFuture<QString> &message);
     void build();
     QWidget *makeSidecarsSection();
     QWidget *makeFlagsSection();

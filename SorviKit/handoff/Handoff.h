@@ -53,12 +53,12 @@ struct DestinationCopy {
 struct CopyWatch {
     /// The fraction done (0…1), by bytes written and read back, also inside a file, so
     /// that one large RAW does not hold the bar still.
-    std::function<void(double)> progress;
+    std::function<void(double)> progress = {};
     /// Asked before each file: true stops the copy there, leaving the files so far
     /// copied and verified, and the rest counted in notCopied.
-    std::function<bool()> cancelled;
+    std::function<bool()> cancelled = {};
     /// Test seam: each verified copy's path after it was written, before it is read back.
-    std::function<void(const QString &)> afterWrite;
+    std::function<void(const QString &)> afterWrite = {};
 };
 
 /// A copy whose read-back differed from the original.
@@ -133,6 +133,5 @@ std::uint64_t size(const QString &path);
 QString hash(const QString &path, bool uncached, const std::function<void(std::uint64_t)> &onBytes = {});
 QString copyHashing(const QString &source, const QString &target,
                     const std::function<void(std::uint64_t)> &onBytes = {});
-bool writeWithoutLocation(const QString &source, const QString &target);
 
 } // namespace Handoff

@@ -328,21 +328,6 @@ QString copyHashing(const QString &source, const QString &target, const std::fun
     return digest;
 }
 
-bool writeWithoutLocation(const QString &source, const QString &target)
-{
-    const std::optional<QByteArray> bytes = bytesWithoutLocation(source);
-    if (!bytes)
-        return false;
-    try {
-        writeNewVerified(target, *bytes);
-        return true;
-    } catch (const std::runtime_error &) {
-        // Not an error of the hand-off: the caller copies the file unchanged instead,
-        // and that verified copy reports a failing destination in its own words.
-        return false;
-    }
-}
-
 QList<DestinationCopy> copyToEach(const QList<Shot> &shots, const QString &root, const QStringList &destinations,
                                   bool removeLocation, const CopyWatch &watch)
 {

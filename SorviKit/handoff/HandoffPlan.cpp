@@ -156,7 +156,6 @@ bool copyThenDescribe(const Choices &choices, const Folder &folder, const Handof
     if (notCopied > 0) {
         report.lines << QStringLiteral("Cancelled: %1 not copied.").arg(Wording::counted(notCopied, QStringLiteral("file")));
         report.failure = destinations.failure();
-        report.cancelled = true;
         return false;
     }
     if (choices.sidecars)

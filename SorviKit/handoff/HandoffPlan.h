@@ -29,17 +29,17 @@ struct Choices {
     bool sidecars = true;  ///< XMP sidecars for the RAW files
     bool flagsList = true; ///< the Lightroom flags list
     bool copy = false;     ///< copy photos to `destination`; nothing is copied while none is chosen
-    QString destination;
+    QString destination = {};
     QString copyWhat = QStringLiteral("picks"); ///< "picks", "rated"; anything else: everything but rejects
     bool removeLocation = false;                ///< JPEG and HEIC copies written without location
     bool moveRejects = false;                   ///< rejects moved into "Rejected" inside the folder
     /// Where sidecars and the flags list go when not copying (a card that can't be
     /// written); empty: beside the photos.
-    QString sidecarFolder;
+    QString sidecarFolder = {};
     /// A second drive every chosen photo is also copied to and verified on (a backup);
     /// empty: none. A failure on one destination does not cost the other its copies,
     /// sidecars, flags list or manifest.
-    QString secondDestination;
+    QString secondDestination = {};
     SidecarStyle sidecarStyle = SidecarStyle::lightroom;
     /// A Media Hash List of the verified copies at the top of each destination
     /// (MediaHashList::manifestName), for `sorvi verify` and other checking tools.
@@ -62,7 +62,6 @@ struct Report {
     /// Empty when every step finished. With two destinations, one sentence per destination
     /// that failed, each naming it, a line apart.
     QString failure;
-    bool cancelled = false; ///< the copy was cancelled; the steps after it did not run
     friend bool operator==(const Report &, const Report &) = default;
 };
 
@@ -83,9 +82,9 @@ bool needsSidecarFolder(const Choices &choices, bool readOnly);
 /// the sidecar folder when one is chosen); with one, the copy (to both destinations at
 /// once when a second is chosen), then sidecars, the flags list and the manifest beside
 /// the copies on each destination that did not fail; last, when the folder can be
-/// written and nothing failed, the rejects are moved, each recorded in `log` first. `watch` hears the copy's progress and may cancel
-/// it between files; a cancelled copy reports what it did and what it left, and nothing
-/// runs after it. Never throws a file error: the first one stops the run and becomes the
+/// written and nothing failed, the rejects are moved, each recorded in `log` first.
+/// `watch` hears the copy's progress and may cancel it between files; a cancelled copy
+/// reports what it did and what it left, and nothing runs after it. Never throws a file error: the first one stops the run and becomes the
 /// report's failure, the lines of the finished steps stay.
 Report run(const Choices &choices, const Folder &folder, const MoveLog &log, const Handoff::CopyWatch &watch = {});
 
