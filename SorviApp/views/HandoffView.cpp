@@ -570,8 +570,9 @@ void HandoffView::run()
     const MoveLog log(m_folder, m_model.storeDirectory());
     auto cancelled = std::make_shared<std::atomic<bool>>(false);
     m_cancelled = cancelled;
-    startTask([this, choices = m_choices, folder, log, cancelled] {
+    startTask([this, choices = m_choices, folder, log, cancelled, afterWrite = m_afterCopyWritten] {
         Handoff::CopyWatch watch;
+        watch.afterWrite = afterWrite;
         watch.progress = [this](double fraction) {
             QMetaObject::invokeMethod(this, [this, fraction] { setProgress(fraction); }, Qt::QueuedConnection);
         };

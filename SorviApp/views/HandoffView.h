@@ -7,6 +7,7 @@
 #include <QThreadPool>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 
 class QCheckBox;
@@ -59,6 +60,9 @@ public:
     void setDestination(const QString &folder);
     void setSecondDestination(const QString &folder);
     void setSidecarFolder(const QString &folder);
+    /// Test seam: called on the copying thread with each copy's path once it is written,
+    /// before it is read back, so that a test can spoil it as a failing drive would.
+    void setAfterCopyWritten(std::function<void(const QString &)> seam) { m_afterCopyWritten = std::move(seam); }
 
     /// "Hand Off": runs the chosen steps in the background.
     void run();
@@ -119,6 +123,7 @@ private:
     double m_progress = 0;
     HandoffPlan::Report m_report;
     std::shared_ptr<std::atomic<bool>> m_cancelled;
+    std::function<void(const QString &)> m_afterCopyWritten;
     QThreadPool m_pool;
     QFutureWatcher<Outcome> *m_watcher = nullptr;
 

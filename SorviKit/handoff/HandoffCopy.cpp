@@ -328,12 +328,53 @@ QString copyHashing(const QString &source, const QString &target, const std::fun
     return digest;
 }
 
+namespace {
+
+// Which folder a destination is: its device and inode, taken when the copy starts.
+struct FolderIdentity {
+    dev_t device = 0;
+    ino_t inode = 0;
+    bool operator==(const FolderIdentity &) const = default;
+};
+
+std::optional<FolderIdentity> identityOf(const QString &folder)
+{
+    struct stat info;
+    if (::stat(native(folder).constData(), &info) != 0 || !S_ISDIR(info.st_mode))
+        return std::nullopt;
+    return FolderIdentity{info.st_dev, info.st_ino};
+}
+
+// A drive pulled or unmounted mid-copy leaves either nothing at its path or the empty
+// mount point on the computer's own disk. Copying on would fill that disk with files the
+// photographer believes are on the drive, so each file first checks that the folder is
+// still the one chosen; and a file that failed because the drive went says so, rather
+// than naming a copy that can no longer be found.
+void stopIfDestinationGone(DestinationCopy &copy, const FolderIdentity &chosen)
+{
+    if (identityOf(copy.destination) == chosen)
+        return;
+    copy.failure = std::make_exception_ptr(FileError::couldNot(
+        QStringLiteral("copy to"), copy.destination,
+        QStringLiteral("the folder is no longer there. Was the drive removed?")));
+}
+
+} // namespace
+
 QList<DestinationCopy> copyToEach(const QList<Shot> &shots, const QString &root, const QStringList &destinations,
                                   bool removeLocation, const CopyWatch &watch)
 {
     QList<DestinationCopy> copies;
-    for (const QString &destination : destinations)
+    QList<FolderIdentity> identities;
+    for (const QString &destination : destinations) {
         copies.append({destination, {}, {}, {}});
+        try {
+            makeFolder(destination);
+        } catch (const FileError &) {
+            copies.last().failure = std::current_exception();
+        }
+        identities.append(identityOf(destination).value_or(FolderIdentity{}));
+    }
     const QStringList files = gatherFiles(shots);
     QList<std::uint64_t> sizes;
     std::uint64_t total = 0;
@@ -360,7 +401,18 @@ QList<DestinationCopy> copyToEach(const QList<Shot> &shots, const QString &root,
             return copies;
         }
         inFile = 0;
+        QList<qsizetype> going;
+        for (qsizetype d = 0; d < copies.size(); ++d) {
+            if (copies[d].failure)
+                continue;
+            stopIfDestinationGone(copies[d], identities[d]);
+            if (!copies[d].failure)
+                going << d;
+        }
         copyFileToEach(files[i], sizes[i], root, copies, removeLocation, watch, onBytes);
+        for (const qsizetype d : going)
+            if (copies[d].failure)
+                stopIfDestinationGone(copies[d], identities[d]);
         done += passes * sizes[i];
         if (watch.progress)
             watch.progress(double(done) / whole);

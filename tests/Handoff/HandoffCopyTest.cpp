@@ -106,6 +106,20 @@ TEST(HandoffCopyTest, CopiesEveryFileOnceVerifiedAndNeverOverwrites)
     EXPECT_EQ(cancelled.files, 2);
     EXPECT_EQ(cancelled.notCopied, 3);
     EXPECT_EQ(tree(third), (QStringList{"DCIM/IMG_0001.CR3", "DCIM/IMG_0001.JPG"}));
+
+    // The drive goes away after one file and its empty mount point is left at the path:
+    // nothing more may land there, on what is really the computer's own disk.
+    const QString drive = dir.path() + "/drive", unplugged = dir.path() + "/unplugged";
+    asked = 0;
+    const auto unplug = [&] {
+        if (++asked == 2)
+            EXPECT_TRUE(QDir().rename(drive, unplugged) && QDir().mkdir(drive));
+        return false;
+    };
+    EXPECT_EQ(fileError([&] { Handoff::copy(shots, card, drive, false, {.cancelled = unplug}); }),
+              "Couldn't copy to " + drive + ": the folder is no longer there. Was the drive removed?");
+    EXPECT_EQ(tree(unplugged), QStringList{"DCIM/IMG_0001.CR3"});
+    EXPECT_TRUE(tree(drive).isEmpty()) << "copies landed in the empty mount point";
     EXPECT_EQ(snapshot(card), originals) << "the photos were changed";
 }
 

@@ -63,10 +63,17 @@ public:
     TmpfsMount &operator=(const TmpfsMount &) = delete;
     ~TmpfsMount()
     {
-        if (m_mounted)
-            ::umount2(m_folder.constData(), MNT_DETACH);
+        detach();
     }
     bool isMounted() const { return m_mounted; }
+    /// Unmounts at once, as when a drive is pulled: files still open keep working, but
+    /// the path now leads to the empty folder underneath.
+    void detach()
+    {
+        if (m_mounted)
+            ::umount2(m_folder.constData(), MNT_DETACH);
+        m_mounted = false;
+    }
     int error() const { return m_error; }
     bool remountReadOnly()
     {

@@ -193,9 +193,9 @@ TEST(HandoffView, ReadOnlyCardNeedsASidecarFolder)
 }
 
 // A copy cancelled part-way reports what it copied and what it left; a second drive that
-// fills up is reported in the sheet while the first gets everything. Screenshots before,
-// during and after.
-TEST(HandoffView, CopyCancelledPartWayAndADestinationThatFillsUp)
+// fills up is reported in the sheet while the first gets everything; a copy that reads
+// back wrong and a drive pulled mid-copy stop the copy. Screenshots before, during and after.
+TEST(HandoffView, CopyCancelledPartWayAndDrivesThatFillUpOrGoAway)
 {
     QTemporaryDir dir;
     const QString card = dir.filePath("card");
@@ -257,6 +257,42 @@ TEST(HandoffView, CopyCancelledPartWayAndADestinationThatFillsUp)
         EXPECT_TRUE(whole.remove(Handoff::flagsListName)) << "the first drive's steps after the copy did not run";
         EXPECT_EQ(whole, originals) << "the first drive lost copies";
         screenshot(full.view, "handoff-full");
+    }
+
+    // A copy that reads back differently, as from a failing drive: named in the sheet,
+    // and the spoilt copy is not left to pass for a good one.
+    {
+        Sheet sheet(opened.model);
+        sheet.view.setDestination(dir.filePath("failing"));
+        sheet.view.setSecondDestination({});
+        sheet.view.setAfterCopyWritten([](const QString &copy) {
+            QFile file(copy);
+            if (file.open(QIODevice::ReadWrite) && file.seek(100))
+                file.write("spoilt");
+        });
+        const HandoffPlan::Report report = sheet.run();
+        EXPECT_TRUE(report.failure.startsWith("The copy of IMG_1.JPG didn't match the original when read back."))
+            << report.failure.toStdString();
+        EXPECT_EQ(text(sheet.view, "failureText"), report.failure);
+        EXPECT_TRUE(TestFiles::tree(dir.filePath("failing")).isEmpty());
+    }
+
+    // A drive pulled during the first photo: the sheet says so, and nothing is written
+    // into the empty mount point left behind.
+    const QString drive = dir.filePath("drive");
+    QDir().mkpath(drive);
+    TmpfsMount pulled(drive, "size=64m");
+    if (pulled.isMounted()) {
+        Sheet sheet(opened.model);
+        sheet.view.setDestination(drive);
+        sheet.view.setSecondDestination({});
+        QObject::connect(child<QProgressBar>(sheet.view, "progress"), &QProgressBar::valueChanged, &sheet.view,
+                         [&] { pulled.detach(); });
+        const HandoffPlan::Report report = sheet.run();
+        EXPECT_EQ(report.failure, "Couldn't copy to " + drive + ": the folder is no longer there. Was the drive removed?");
+        EXPECT_EQ(text(sheet.view, "failureText"), report.failure);
+        screenshot(sheet.view, "handoff-pulled");
+        EXPECT_TRUE(TestFiles::tree(drive).isEmpty()) << "copies landed on the computer's own disk";
     }
     EXPECT_EQ(TestFiles::snapshot(card), originals) << "the photos were changed";
 }
