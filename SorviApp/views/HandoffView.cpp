@@ -40,7 +40,9 @@ QLabel *explanation(QWidget *parent, const char *name)
     label->setWordWrap(true);
     label->setContentsMargins(24, 0, 0, 0); // under the toggle's text, not its box
     QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, palette.color(QPalette::PlaceholderText));
+    // Secondary text, the same grey whether or not the sheet is busy.
+    for (const QPalette::ColorGroup group : {QPalette::Active, QPalette::Inactive, QPalette::Disabled})
+        palette.setColor(group, QPalette::WindowText, palette.color(QPalette::Active, QPalette::PlaceholderText));
     label->setPalette(palette);
     return label;
 }
