@@ -1,6 +1,7 @@
 #include "MainWindow.h"
 
 #include "SorviApp/views/BrowserView.h"
+#include "SorviApp/views/SettingsWindow.h"
 #include "SorviApp/model/SorviModel.h"
 #include "SorviApp/views/WelcomeView.h"
 
@@ -30,6 +31,7 @@ MainWindow::MainWindow(SorviModel &model, QWidget *parent) : QMainWindow(parent)
     connect(m_welcome, &WelcomeView::openFolderRequested, this, &MainWindow::chooseFolder);
     connect(m_welcome, &WelcomeView::folderChosen, &m_model, &SorviModel::open);
     connect(m_browser, &BrowserView::openFolderRequested, this, &MainWindow::chooseFolder);
+    connect(m_browser, &BrowserView::settingsRequested, this, &MainWindow::showSettings);
     connect(m_browser, &BrowserView::folderCloseRequested, &m_model, &SorviModel::close);
     connect(&m_model, &SorviModel::folderChanged, this, &MainWindow::showCurrentPage);
     showCurrentPage();
@@ -40,6 +42,15 @@ QString MainWindow::pickerMessage()
     return QStringLiteral("Choose a folder of photos, a card, or an Ostrale folder. Sorvi only reads the photos.");
 }
 
+void MainWindow::showSettings()
+{
+    if (!m_settingsWindow)
+        m_settingsWindow = new SettingsWindow(this);
+    m_settingsWindow->show();
+    m_settingsWindow->raise();
+    m_settingsWindow->activateWindow();
+}
+
 void MainWindow::buildMenus()
 {
     QMenu *file = menuBar()->addMenu(QStringLiteral("&File"));
@@ -48,8 +59,14 @@ void MainWindow::buildMenus()
     m_handOff = file->addAction(QStringLiteral("Hand Off…"), this, [this] { m_model.setShowHandoff(true); });
     // The shortcut editors use for export.
     m_handOff->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_E));
-    m_handOff->setEnabled(!m_model.folder().isEmpty());
-    connect(&m_model, &SorviModel::folderChanged, this, [this] { m_handOff->setEnabled(!m_model.folder().isEmpty()); });
+    m_askAI = file->addAction(QStringLiteral("Ask an AI…"), this, [this] { m_model.setShowAskAI(true); });
+    m_askAI->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_A));
+    const auto needFolder = [this] {
+        for (QAction *action : {m_handOff, m_askAI})
+            action->setEnabled(!m_model.folder().isEmpty());
+    };
+    needFolder();
+    connect(&m_model, &SorviModel::folderChanged, this, needFolder);
     file->addSeparator();
     QAction *quit = file->addAction(QStringLiteral("Quit"), qApp, &QApplication::closeAllWindows);
     quit->setShortcut(QKeySequence::Quit);
@@ -62,6 +79,10 @@ void MainWindow::buildMenus()
     m_undo->setShortcutContext(Qt::ApplicationShortcut);
     m_undo->setEnabled(m_model.canUndo());
     connect(&m_model, &SorviModel::canUndoChanged, this, [this] { m_undo->setEnabled(m_model.canUndo()); });
+    edit->addSeparator();
+    m_settings = edit->addAction(QStringLiteral("Preferences…"), this, &MainWindow::showSettings);
+    m_settings->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    m_settings->setMenuRole(QAction::PreferencesRole);
 
     // Switches of the single photo and the side panel. Their single-letter keys reach the
     // menu because the browser leaves them alone.

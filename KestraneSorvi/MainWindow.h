@@ -1,6 +1,9 @@
 #pragma once
 
 #include <QMainWindow>
+#include <QPointer>
+
+#include "SorviApp/views/SettingsWindow.h"
 
 class BrowserView;
 class QAction;
@@ -27,6 +30,11 @@ public:
     QAction *undoAction() const { return m_undo; }
     QAction *openAction() const { return m_open; }
     QAction *handOffAction() const { return m_handOff; }
+    QAction *askAIAction() const { return m_askAI; }
+    QAction *settingsAction() const { return m_settings; }
+    /// Edit ▸ Preferences…: the settings window, one for the window's lifetime.
+    void showSettings();
+    SettingsWindow *settingsWindow() const { return m_settingsWindow; }
     QAction *showInspectorAction() const { return m_showInspector; }
     QAction *showClippingAction() const { return m_showClipping; }
     QAction *keepZoomAction() const { return m_keepZoom; }
@@ -49,6 +57,9 @@ private:
     QAction *m_open = nullptr;
     QAction *m_undo = nullptr;
     QAction *m_handOff = nullptr;
+    QAction *m_askAI = nullptr;
+    QAction *m_settings = nullptr;
+    QPointer<SettingsWindow> m_settingsWindow;
     QAction *m_showInspector = nullptr;
     QAction *m_showClipping = nullptr;
     QAction *m_keepZoom = nullptr;

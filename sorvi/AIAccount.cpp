@@ -12,7 +12,7 @@ std::optional<AIProvider> provider(const std::optional<QString> &name)
         return AISettings::provider();
     const std::optional<AIProvider> named = AIProvider::fromRawValue(*name);
     if (!named)
-        Terminal::printErr(QStringLiteral("sorvi: unknown AI service '%1' (anthropic, openai or xai)\n").arg(*name));
+        Terminal::printErr(QStringLiteral("sorvi: unknown AI service '%1' (anthropic, openai, xai or compatible)\n").arg(*name));
     return named;
 }
 
@@ -30,11 +30,14 @@ std::optional<AIClient> client(AIProvider provider, const std::optional<QString>
         key = qEnvironmentVariable(variable.constData()).trimmed();
     else
         key = AIKeyStore::key(provider);
-    if (!key || key->isEmpty())
+    const QUrl target = !endpoint ? AISettings::endpoint(provider)
+                        : provider.hosted() ? QUrl(*endpoint)
+                                            : AIProvider::completionsEndpoint(*endpoint);
+    if (target.isEmpty() || ((!key || key->isEmpty()) && provider.hosted()))
         return std::nullopt;
-    AIClient client(provider, model.value_or(AISettings::model(provider)), *key);
-    if (endpoint)
-        client.endpointOverride = QUrl(*endpoint);
+    AIClient client(provider, model.value_or(AISettings::model(provider)), key.value_or(QString()));
+    if (target != provider.endpoint())
+        client.endpointOverride = target;
     return client;
 }
 

@@ -2,6 +2,7 @@
 #include "SorviKit/ai/AICuller.h"
 #include "SorviKit/ai/AIPreset.h"
 #include "SorviKit/ai/AISettings.h"
+#include "SorviKit/ai/AIWording.h"
 #include "CommandLine.h"
 #include "Commands.h"
 #include "FolderShots.h"
@@ -11,7 +12,6 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QLocale>
 #include <QTextStream>
 
 #include <variant>
@@ -20,7 +20,7 @@ namespace {
 
 const QString usage = QStringLiteral(
     "usage: sorvi ask FOLDER --count N (--preset album|story|portraits|bursts | --request TEXT)\n"
-    "       [--provider anthropic|openai|xai] [--model M] [--endpoint URL] [--yes] [--json]\n");
+    "       [--provider anthropic|openai|xai|compatible] [--model M] [--endpoint URL] [--yes] [--json]\n");
 
 // Previews are made one after another and each is kept for a possible second ask, as in
 // the application; 768-pixel pictures are small.
@@ -83,39 +83,18 @@ QList<Shot> sendable(const QString &folder)
     return kept;
 }
 
-QString grouped(int number)
-{
-    QLocale locale = QLocale::system();
-    locale.setNumberOptions(locale.numberOptions() & ~QLocale::OmitGroupSeparator);
-    return locale.toString(number);
-}
-
-QString summary(qsizetype photos, AIProvider provider)
-{
-    return QStringLiteral("Sends %1 small previews (about %2 pixels wide, rejects left out) to %3 using your key: "
-                          "roughly %4 input tokens. Your originals stay on this computer.\n")
-        .arg(photos)
-        .arg(AICuller::previewPixels)
-        .arg(provider.company(), grouped(AICuller::estimatedTokens(int(photos))));
-}
-
 // Asks once per service, as the application does, and remembers a yes.
-bool consent(AIProvider provider, bool alreadyYes)
+bool consent(const AIClient &client, bool alreadyYes)
 {
+    const AIProvider provider = client.provider;
     if (AISettings::consented(provider))
         return true;
     if (!alreadyYes) {
-        const QString company = provider.company();
-        Terminal::printErr(
-            QStringLiteral("\nSend previews to %1?\n\n").arg(company)
-            + QStringLiteral("Ask an AI sends small previews (about %1 pixels wide) of the photos you chose, and your "
-                             "request, straight from this computer to %2 using your own API key. Your original files "
-                             "stay on this computer, and nothing goes through Brevand Labs.\n\n")
-                  .arg(AICuller::previewPixels)
-                  .arg(company)
-            + QStringLiteral("%1 handles them under your account with them, and bills you for what you use. You can "
-                             "revoke this in Settings ▸ AI.\n%1's privacy policy: %2\n\nAllow? [y/N] ")
-                  .arg(company, provider.privacyPage().toString()));
+        QString question = QStringLiteral("\n") + AIWording::consentTitle(provider) + QStringLiteral("\n\n")
+                           + AIWording::consentText(provider, client.target()).join(QStringLiteral("\n\n"));
+        if (provider.hosted())
+            question += QStringLiteral("\n%1's privacy policy: %2").arg(provider.company(), provider.privacyPage().toString());
+        Terminal::printErr(question + QStringLiteral("\n\nAllow? [y/N] "));
         const QString answer = QTextStream(stdin).readLine().trimmed().toLower();
         if (answer != QLatin1String("y") && answer != QLatin1String("yes"))
             return false;
@@ -159,6 +138,11 @@ int Commands::ask(const QStringList &args)
     const AskOptions &options = std::get<AskOptions>(parsed);
     const std::optional<AIClient> client = AIAccount::client(options.provider, line.value(QStringLiteral("--model")),
                                                              line.value(QStringLiteral("--endpoint")), true);
+    if (!client && !options.provider.hosted()) {
+        Terminal::printErr(QStringLiteral("sorvi: give your server's address with --endpoint URL (for example "
+                                          "http://localhost:8080/v1), or set it in Settings ▸ AI\n"));
+        return 1;
+    }
     if (!client) {
         Terminal::printErr(QStringLiteral("sorvi: %1 (or run `sorvi key set %2`, or set %3)\n")
                                .arg(AIError::noKey().description(), options.provider.id(),
@@ -166,12 +150,12 @@ int Commands::ask(const QStringList &args)
         return 1;
     }
     const QList<Shot> photos = sendable(options.folder);
-    Terminal::printErr(summary(photos.size(), options.provider));
+    Terminal::printErr(AIWording::summary(int(photos.size()), options.provider) + QLatin1Char('\n'));
     if (photos.isEmpty()) {
         Terminal::printErr(QStringLiteral("sorvi: there are no photos to send\n"));
         return 1;
     }
-    if (!consent(options.provider, line.has(QStringLiteral("--yes")))) {
+    if (!consent(*client, line.has(QStringLiteral("--yes")))) {
         Terminal::printErr(QStringLiteral("Nothing was sent.\n"));
         return 1;
     }

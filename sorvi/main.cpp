@@ -25,7 +25,7 @@ const char *const usage =
     "  check FOLDER [--json]             check sharpness, faces and closed eyes of every shot not yet\n"
     "                                    checked; print the results, soft shots and each burst's best\n"
     "  ask FOLDER --count N (--preset album|story|portraits|bursts | --request TEXT)\n"
-    "       [--provider anthropic|openai|xai] [--model M] [--endpoint URL] [--yes] [--json]\n"
+    "       [--provider anthropic|openai|xai|compatible] [--model M] [--endpoint URL] [--yes] [--json]\n"
     "                                    ask an AI service, with your own key, to choose up to N photos;\n"
     "                                    the key comes from ANTHROPIC_API_KEY, OPENAI_API_KEY or\n"
     "                                    XAI_API_KEY when set, else from the keyring\n"

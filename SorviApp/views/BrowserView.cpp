@@ -1,4 +1,6 @@
 #include "SorviApp/views/BrowserView.h"
+#include "SorviApp/views/AskAIView.h"
+#include "SorviApp/views/Symbols.h"
 
 #include "SorviApp/views/GridView.h"
 #include "SorviApp/views/HandoffView.h"
@@ -25,54 +27,6 @@
 namespace {
 
 using Mode = SorviModel::Mode;
-
-// Symbols drawn here rather than shipped as files: a left chevron and a wand with sparks.
-QIcon drawnIcon(const std::function<void(QPainter &)> &draw)
-{
-    QPixmap pixmap(QSize(32, 32));
-    pixmap.fill(Qt::transparent);
-    QPainter painter(&pixmap);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(QPen(QColor(0x60, 0x60, 0x60), 3, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
-    draw(painter);
-    return QIcon(pixmap);
-}
-
-QIcon chevronIcon()
-{
-    return drawnIcon([](QPainter &p) { p.drawPolyline(QPolygonF({{20, 6}, {10, 16}, {20, 26}})); });
-}
-
-void spark(QPainter &p, QPointF centre, qreal r)
-{
-    QPainterPath star;
-    star.moveTo(centre.x(), centre.y() - r);
-    star.quadTo(centre, QPointF(centre.x() + r, centre.y()));
-    star.quadTo(centre, QPointF(centre.x(), centre.y() + r));
-    star.quadTo(centre, QPointF(centre.x() - r, centre.y()));
-    star.quadTo(centre, QPointF(centre.x(), centre.y() - r));
-    p.fillPath(star, p.pen().color());
-}
-
-QIcon wandIcon()
-{
-    return drawnIcon([](QPainter &p) {
-        p.drawLine(QPointF(5, 27), QPointF(19, 13));
-        spark(p, {23, 8}, 6);
-        spark(p, {11, 7}, 3.5);
-        spark(p, {25, 20}, 3.5);
-    });
-}
-
-// A tray with an arrow leaving it.
-QIcon handOffIcon()
-{
-    return drawnIcon([](QPainter &p) {
-        p.drawPolyline(QPolygonF({{5, 18}, {5, 27}, {27, 27}, {27, 18}}));
-        p.drawLine(QPointF(16, 21), QPointF(16, 5));
-        p.drawPolyline(QPolygonF({{10, 11}, {16, 5}, {22, 11}}));
-    });
-}
 
 QToolButton *toolButton(const QString &text, const QIcon &icon, const QString &help, QWidget *parent)
 {
@@ -148,6 +102,7 @@ BrowserView::BrowserView(SorviModel &model, QWidget *parent) : QWidget(parent), 
     connect(&model, &SorviModel::checkingChanged, this, &BrowserView::refreshChecksButton);
     connect(&model, &SorviModel::showChecksChanged, this, [this] { m_showBadges->setChecked(m_model.showChecks()); });
     connect(&model, &SorviModel::showHandoffChanged, this, &BrowserView::refreshHandoff);
+    connect(&model, &SorviModel::showAskAIChanged, this, &BrowserView::refreshAskAI);
     connect(&model, &SorviModel::showInspectorChanged, this,
             [this] { m_inspector->setVisible(m_model.showInspector()); });
     m_inspector->setVisible(m_model.showInspector());
@@ -168,7 +123,7 @@ QWidget *BrowserView::makeToolbar()
     row->setSpacing(8);
 
     QToolButton *folders =
-        toolButton(QStringLiteral("Folders"), chevronIcon(), QStringLiteral("Close this folder and open another"), bar);
+        toolButton(QStringLiteral("Folders"), Symbols::chevronIcon(), QStringLiteral("Close this folder and open another"), bar);
     connect(folders, &QToolButton::clicked, this, &BrowserView::folderCloseRequested);
     row->addWidget(folders);
 
@@ -198,7 +153,14 @@ QWidget *BrowserView::makeToolbar()
     m_countLine->setObjectName(QStringLiteral("countLine"));
     row->addWidget(m_countLine);
 
-    QToolButton *handOff = toolButton(QStringLiteral("Hand Off"), handOffIcon(),
+    QToolButton *askAI = toolButton(QStringLiteral("Ask an AI"), Symbols::sparklesIcon(),
+                                    QStringLiteral("Ask Claude, ChatGPT or Grok, with your own key, to choose photos"),
+                                    bar);
+    askAI->setObjectName(QStringLiteral("askAIButton"));
+    connect(askAI, &QToolButton::clicked, this, [this] { m_model.setShowAskAI(true); });
+    row->addWidget(askAI);
+
+    QToolButton *handOff = toolButton(QStringLiteral("Hand Off"), Symbols::handOffIcon(),
                                       QStringLiteral("Write ratings for Lightroom and Capture One, copy your picks, "
                                                      "move rejects aside"),
                                       bar);
@@ -211,6 +173,29 @@ QWidget *BrowserView::makeToolbar()
 }
 
 HandoffView *BrowserView::handoffView() const { return m_handoff; }
+
+AskAIView *BrowserView::askAIView() const { return m_askAI; }
+
+void BrowserView::refreshAskAI()
+{
+    if (!m_model.showAskAI()) {
+        if (m_askAI)
+            m_askAI->reject(); // an ask in flight goes on and still reaches the model
+        return;
+    }
+    if (m_askAI || m_model.folder().isEmpty()) {
+        m_model.setShowAskAI(bool(m_askAI));
+        return;
+    }
+    m_askAI = new AskAIView(m_model, this);
+    m_askAI->setAttribute(Qt::WA_DeleteOnClose);
+    connect(m_askAI, &AskAIView::settingsRequested, this, &BrowserView::settingsRequested);
+    connect(m_askAI, &QDialog::finished, this, [this] {
+        m_askAI = nullptr;
+        m_model.setShowAskAI(false);
+    });
+    m_askAI->open();
+}
 
 void BrowserView::refreshHandoff()
 {
@@ -251,7 +236,7 @@ QToolButton *BrowserView::makeStarButton()
 
 QToolButton *BrowserView::makeChecksButton()
 {
-    m_checksButton = toolButton(QStringLiteral("Checks"), wandIcon(),
+    m_checksButton = toolButton(QStringLiteral("Checks"), Symbols::wandIcon(),
                                 QStringLiteral("Sharpness, closed eyes and the best frame of each burst, "
                                                "checked on this computer"),
                                 this);

@@ -6,6 +6,7 @@
 #include <QWidget>
 
 class GridView;
+class AskAIView;
 class HandoffView;
 class ShotPanel;
 class LoupeView;
@@ -39,12 +40,16 @@ public:
     KeyAction actionFor(const QKeyEvent &press) const;
     /// The hand-off sheet while it is open.
     HandoffView *handoffView() const;
+    /// The Ask-AI sheet while it is open.
+    AskAIView *askAIView() const;
 
 signals:
     /// "Folders" was pressed: close this folder and show the welcome screen.
     void folderCloseRequested();
     /// "Open Another Folder…" was pressed after a scan that found nothing.
     void openFolderRequested();
+    /// "Set Up in Settings…" was pressed in the Ask-AI sheet.
+    void settingsRequested();
 
 protected:
     bool event(QEvent *event) override;
@@ -68,6 +73,7 @@ private:
     void refreshChecksButton();
     void refreshChecksMenu();
     void refreshHandoff();
+    void refreshAskAI();
 
     SorviModel &m_model;
     int m_gridColumns = 1;
@@ -75,6 +81,7 @@ private:
     LoupeView *m_loupe = nullptr;
     ShotPanel *m_inspector = nullptr;
     QPointer<HandoffView> m_handoff; ///< the open hand-off sheet
+    QPointer<AskAIView> m_askAI;     ///< the open Ask-AI sheet
     QStackedWidget *m_stack = nullptr;
     QWidget *m_lookingPage = nullptr;
     QWidget *m_nothingFoundPage = nullptr;

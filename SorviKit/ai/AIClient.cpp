@@ -86,7 +86,8 @@ QNetworkRequest request(const AIClient &client)
     if (client.provider == AIProvider::anthropic) {
         request.setRawHeader("x-api-key", client.key.toUtf8());
         request.setRawHeader("anthropic-version", "2023-06-01");
-    } else {
+    } else if (!client.key.isEmpty()) {
+        // A server of one's own may take no key at all.
         request.setRawHeader("authorization", "Bearer " + client.key.toUtf8());
     }
     return request;
@@ -196,7 +197,7 @@ QJsonObject AIClient::body(const QList<AIPhoto> &photos, const QString &request,
 QList<AIPick> AIClient::choose(const QList<AIPhoto> &photos, const QString &request, int count,
                                std::stop_token stop) const
 {
-    if (key.isEmpty())
+    if (key.isEmpty() && provider.hosted())
         throw AIError::noKey();
     const QByteArray data = QJsonDocument(body(photos, request, count)).toJson(QJsonDocument::Compact);
     const Response response = post(*this, data, stop);

@@ -81,13 +81,20 @@ QList<AIResult> AICuller::run(const QList<Shot> &shots, const QString &request, 
         return {};
     const qsizetype batches = (photos.size() + batchSize - 1) / batchSize;
     QList<AIPick> shortlist;
+    bool stoppedEarly = false;
     for (qsizetype b = 0; b < batches; ++b) {
+        if (b > 0 && finishEarly.stop_requested()) {
+            stoppedEarly = true;
+            if (progress)
+                progress(QStringLiteral("Stopped after %1 of %2 batches.").arg(b).arg(batches));
+            break;
+        }
         const QList<AIPhoto> batch = photos.mid(b * batchSize, batchSize);
         if (progress)
             progress(batchProgress(b, batches, batchSize, batch.size(), photos.size()));
         shortlist += client.choose(batch, request, askedPerBatch(count, int(batches), int(batch.size())), stop);
     }
-    if (batches >= 2 && shortlist.size() > count) {
+    if (!stoppedEarly && batches >= 2 && shortlist.size() > count) {
         if (progress)
             progress(QStringLiteral("Choosing the final %1 from %2…").arg(count).arg(shortlist.size()));
         shortlist = client.choose(shortlisted(photos, shortlist), request, count, stop);

@@ -28,6 +28,9 @@ public:
 
     AIClient client;
     int batchSize = 40; ///< previews per request
+    /// Once requested, no batch starts after the one in flight and there is no final pass:
+    /// the picks so far, cut to the count, are the result.
+    std::stop_token finishEarly;
 
     /// The long side, in pixels, of the previews sent.
     static constexpr int previewPixels = 768;

@@ -14,6 +14,9 @@
 /// gone) when it is not.
 namespace AIKeyStore {
 
+/// Whether a secret store answers at all. Without one no key can be kept, and nothing
+/// offers to keep it anywhere else.
+bool reachable();
 /// "app.kestrane.sorvi.ai." followed by the provider's id.
 QString service(AIProvider provider);
 

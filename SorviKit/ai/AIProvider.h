@@ -11,12 +11,14 @@
 /// value; the closed list and its order (also the order of every picker) is `allCases`.
 class AIProvider {
 public:
-    enum Value { anthropic, openai, xai };
+    /// `compatible` is the photographer's own server speaking the chat-completions dialect
+    /// (a vision model on their machine or network): no company, no fixed address.
+    enum Value { anthropic, openai, xai, compatible };
 
     constexpr AIProvider(Value value) : m_value(value) {}
     constexpr operator Value() const { return m_value; }
 
-    static const std::array<AIProvider, 3> &allCases();
+    static const std::array<AIProvider, 4> &allCases();
     /// Exact, case-sensitive match of "anthropic", "openai" or "xai"; anything else gives
     /// no provider.
     static std::optional<AIProvider> fromRawValue(const QString &rawValue);
@@ -25,9 +27,14 @@ public:
     QString name() const;         ///< what pickers and messages show, e.g. "ChatGPT (OpenAI)"
     QString company() const;      ///< used inside sentences, e.g. "OpenAI"
     QString defaultModel() const; ///< the model asked for when none is stored
-    QUrl keyPage() const;         ///< where the user creates an API key
-    QUrl privacyPage() const;
-    QUrl endpoint() const; ///< the service's messages or chat-completions URL
+    QUrl keyPage() const;         ///< where the user creates an API key; empty for `compatible`
+    QUrl privacyPage() const;     ///< empty for `compatible`
+    QUrl endpoint() const; ///< the service's messages or chat-completions URL; empty for `compatible`
+    /// A company's service, reached at a fixed address with a key the company issued.
+    bool hosted() const { return m_value != compatible; }
+    /// The chat-completions URL of a server from the address a user typed: a base such as
+    /// "http://localhost:8080/v1" gets "/chat/completions" added; a full URL stays as it is.
+    static QUrl completionsEndpoint(const QString &address);
 
 private:
     Value m_value;

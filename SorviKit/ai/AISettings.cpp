@@ -16,6 +16,11 @@ QString consentKey(AIProvider provider)
     return QStringLiteral("AIConsent.") + provider.id();
 }
 
+QString addressKey(AIProvider provider)
+{
+    return QStringLiteral("AIEndpoint.") + provider.id();
+}
+
 } // namespace
 
 namespace AISettings {
@@ -56,13 +61,38 @@ UserSettings::Outcome setConsent(bool allowed, AIProvider provider)
     return UserSettings::setValue(consentKey(provider), allowed);
 }
 
+QString serverAddress(AIProvider provider)
+{
+    return QSettings().value(addressKey(provider)).toString();
+}
+
+UserSettings::Outcome setServerAddress(const QString &address, AIProvider provider)
+{
+    return UserSettings::setValue(addressKey(provider), address);
+}
+
+QUrl endpoint(AIProvider provider)
+{
+    const QString stored = serverAddress(provider);
+    if (!provider.hosted())
+        return AIProvider::completionsEndpoint(stored);
+    const QUrl url(stored, QUrl::StrictMode);
+    return !stored.isEmpty() && url.isValid() && !url.host().isEmpty() ? url : provider.endpoint();
+}
+
 std::optional<AIClient> client()
 {
     const AIProvider chosen = provider();
-    const std::optional<QString> key = AIKeyStore::key(chosen);
-    if (!key || key->isEmpty())
+    const QUrl target = endpoint(chosen);
+    if (target.isEmpty())
         return std::nullopt;
-    return AIClient(chosen, model(chosen), *key);
+    const QString key = AIKeyStore::key(chosen).value_or(QString());
+    if (key.isEmpty() && chosen.hosted())
+        return std::nullopt;
+    AIClient client(chosen, model(chosen), key);
+    if (target != chosen.endpoint())
+        client.endpointOverride = target;
+    return client;
 }
 
 } // namespace AISettings

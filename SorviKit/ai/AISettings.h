@@ -30,7 +30,16 @@ QString storedModel(AIProvider provider);
 bool consented(AIProvider provider);
 [[nodiscard]] UserSettings::Outcome setConsent(bool allowed, AIProvider provider);
 
-/// A client for the chosen service with its model and stored key; nothing without a key.
+/// The address stored for `provider`, empty when none is. For `compatible` it is the
+/// user's server (a base such as "http://localhost:8080/v1"); for a company's service it
+/// replaces the fixed address (a gateway, or a server on this machine in tests).
+QString serverAddress(AIProvider provider);
+[[nodiscard]] UserSettings::Outcome setServerAddress(const QString &address, AIProvider provider);
+/// Where requests to `provider` go: its stored address, else its fixed one; empty when
+/// `compatible` has no usable address.
+QUrl endpoint(AIProvider provider);
+/// A client for the chosen service with its model, stored key and address; nothing
+/// without a key, or for `compatible` (whose key is optional) without an address.
 std::optional<AIClient> client();
 
 } // namespace AISettings

@@ -61,7 +61,7 @@ TEST(AIClient, SpeaksEachServicesDialect)
     const QJsonObject system{{"role", "system"}, {"content", AIClient::systemPrompt()}};
     for (const AIProvider provider : AIProvider::allCases()) {
         SCOPED_TRACE(provider.id().toStdString());
-        EXPECT_EQ(provider.endpoint().scheme(), "https");
+        EXPECT_EQ(provider.endpoint().scheme(), provider.hosted() ? "https" : "");
         const bool anthropic = provider == AIProvider::anthropic;
         const QString picks = picksJson({"P1"});
         LocalHttpServer server(
@@ -85,6 +85,17 @@ TEST(AIClient, SpeaksEachServicesDialect)
                       : QJsonObject{{"model", provider.defaultModel()}, {"messages", QJsonArray{system, user}}};
         EXPECT_EQ(QJsonDocument::fromJson(sent.body).object(), expected);
     }
+
+    // A server of one's own: its address as typed, and no key sent when it has none.
+    EXPECT_EQ(AIProvider::completionsEndpoint(" http://box:8080/v1/ "), QUrl("http://box:8080/v1/chat/completions"));
+    EXPECT_EQ(AIProvider::completionsEndpoint("https://box/v1/chat/completions"),
+              QUrl("https://box/v1/chat/completions"));
+    EXPECT_TRUE(AIProvider::completionsEndpoint("box:8080").isEmpty());
+    LocalHttpServer server([](const HttpRequest &) { return HttpReply{200, chatReply(picksJson({"P1"}))}; });
+    AIClient own(AIProvider::compatible, "llava", {});
+    own.endpointOverride = server.url();
+    EXPECT_EQ(own.choose(photos, "x", 1).size(), 1);
+    EXPECT_FALSE(server.requests().first().headers.contains("authorization"));
 }
 
 TEST(AIClient, ReadsPicksOutOfProseFencesAndSplitBlocks)

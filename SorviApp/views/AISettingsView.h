@@ -1,0 +1,74 @@
+#pragma once
+
+#include "SorviKit/ai/AIProvider.h"
+
+#include <QThreadPool>
+
+#include <functional>
+#include <QWidget>
+
+class QComboBox;
+class QLabel;
+class QLineEdit;
+class QPushButton;
+
+/// The "AI" tab of the settings window: the service, its API key (kept only in the
+/// system's keyring), the model, a test of the saved key, and revoking the consent to
+/// send previews. Only "Save and Test" and "Remove Key" write. The keyring and the test
+/// request run on the tab's own thread, one after another, so a slow keyring never
+/// freezes the window. GUI thread.
+class AISettingsView : public QWidget {
+    Q_OBJECT
+public:
+    explicit AISettingsView(QWidget *parent = nullptr);
+    ~AISettingsView() override;
+
+    /// No keyring read, save or test is under way.
+    bool isIdle() const { return m_pending == 0; }
+    QString status() const;
+
+    /// "Save and Test": stores the key, model and service, then sends the test picture.
+    void saveAndTest();
+    /// "Remove Key": empties the key field and saves.
+    void removeKey();
+    /// "Revoke": the next ask to the service asks for consent again.
+    void revoke();
+
+signals:
+    void idleChanged();
+
+protected:
+    void showEvent(QShowEvent *event) override;
+
+private:
+    struct State;
+    void build();
+    void chooseProvider(int index);
+    void save(bool thenTest);
+    /// Runs `work` on the tab's thread and shows the state it returns.
+    void runTask(std::function<State()> work);
+    void show(const State &state);
+    void refreshTexts();
+
+    AIProvider m_provider;
+    bool m_keyring = true;
+    bool m_keyStored = false;
+    bool m_consented = false;
+    int m_pending = 0;
+    bool m_loaded = false;
+    QThreadPool m_pool;
+
+    QComboBox *m_service = nullptr;
+    QLineEdit *m_key = nullptr;
+    QLabel *m_keyLink = nullptr;
+    QPushButton *m_removeKey = nullptr;
+    QLineEdit *m_address = nullptr;
+    QLabel *m_addressLabel = nullptr;
+    QLineEdit *m_model = nullptr;
+    QPushButton *m_saveAndTest = nullptr;
+    QLabel *m_status = nullptr;
+    QWidget *m_consentRow = nullptr;
+    QLabel *m_consentText = nullptr;
+    QLabel *m_noKeyring = nullptr;
+    QLabel *m_footer = nullptr;
+};
