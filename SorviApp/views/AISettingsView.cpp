@@ -67,7 +67,6 @@ struct AISettingsView::State {
 
 AISettingsView::AISettingsView(QWidget *parent) : QWidget(parent), m_provider(AIProvider::anthropic)
 {
-    // One thread: a save must not overtake the load before it.
     m_pool.setMaxThreadCount(1);
     build();
 }
@@ -163,12 +162,7 @@ void AISettingsView::showEvent(QShowEvent *event)
     if (m_loaded)
         return;
     m_loaded = true;
-    // The stored service is read on the tab's thread with the rest.
-    runTask([] {
-        State state;
-        state.provider = AISettings::provider();
-        return state;
-    });
+    load(AISettings::provider());
 }
 
 QString AISettingsView::status() const { return m_status->text(); }
@@ -179,15 +173,41 @@ void AISettingsView::chooseProvider(int index)
     if (!chosen)
         return;
     // The choice is stored first, so the fields then show that service's own values.
-    const AIProvider provider = *chosen;
+    const UserSettings::Outcome stored = AISettings::setProvider(*chosen);
+    load(*chosen, stored.failed() ? stored.message() : QString());
+}
+
+void AISettingsView::begin()
+{
+    ++m_pending;
+    m_saveAndTest->setEnabled(false);
+}
+
+void AISettingsView::end()
+{
+    if (--m_pending > 0)
+        return;
+    m_saveAndTest->setText(QStringLiteral("Save and Test"));
+    m_saveAndTest->setEnabled(true);
+    emit idleChanged();
+}
+
+// The keyring answers in its own time; the fields show the service's values once it has.
+void AISettingsView::load(AIProvider provider, const QString &status)
+{
     m_provider = provider;
-    runTask([provider] {
+    begin();
+    AIKeyStore::readKey(provider, this, [this, provider, status](const std::optional<QString> &key, bool reachable) {
         State state;
         state.provider = provider;
-        const UserSettings::Outcome stored = AISettings::setProvider(provider);
-        if (stored.failed())
-            state.status = stored.message();
-        return state;
+        state.keyring = reachable;
+        state.key = key.value_or(QString());
+        state.consented = AISettings::consented(provider);
+        state.model = AISettings::storedModel(provider);
+        state.address = AISettings::serverAddress(provider);
+        state.status = status;
+        display(state);
+        end();
     });
 }
 
@@ -197,37 +217,45 @@ void AISettingsView::save(bool thenTest)
     const QString key = m_key->text().trimmed();
     const QString model = trimmedOfBlanks(m_model->text());
     const QString address = m_address->text().trimmed();
-    const bool keyring = m_keyring;
     if (thenTest) {
         m_saveAndTest->setText(QStringLiteral("Testing…"));
         m_status->clear();
     }
-    runTask([=] {
-        State state;
-        state.provider = provider;
+    begin();
+    const auto afterKey = [=, this](const std::optional<QString> &keyFailure) {
         QStringList failures;
-        // Without a keyring there is nowhere to keep a key, and nowhere else it may go.
-        if (keyring) {
-            if (const std::optional<QString> failure = AIKeyStore::setKey(key, provider))
-                failures << *failure;
-        }
+        if (keyFailure)
+            failures << *keyFailure;
         for (const UserSettings::Outcome &outcome :
              {AISettings::setModel(model, provider),
               provider.hosted() ? UserSettings::Outcome{} : AISettings::setServerAddress(address, provider),
               AISettings::setProvider(provider)})
             if (outcome.failed())
                 failures << outcome.message();
-        if (!failures.isEmpty()) {
-            state.status = failures.join(QLatin1Char(' '));
-            return state;
+        const QString saved = !failures.isEmpty() ? failures.join(QLatin1Char(' '))
+                              : key.isEmpty()     ? QStringLiteral("Key removed.")
+                                                  : QStringLiteral("Saved.");
+        const std::optional<AIClient> client =
+            AISettings::clientWith(key.isEmpty() || !m_keyring ? std::nullopt : std::optional(key));
+        if (!thenTest || !failures.isEmpty() || !client) {
+            load(provider, thenTest && failures.isEmpty() ? AIError::noKey().description() : saved);
+            end();
+            return;
         }
-        state.status = key.isEmpty() ? QStringLiteral("Key removed.") : QStringLiteral("Saved.");
-        if (thenTest) {
-            const std::optional<AIClient> client = AISettings::client();
-            state.status = client ? AIKeyTest::run(*client) : AIError::noKey().description();
-        }
-        return state;
-    });
+        // The test request waits on the network: on the tab's thread.
+        auto *watcher = new QFutureWatcher<QString>(this);
+        connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher, provider] {
+            watcher->deleteLater();
+            load(provider, watcher->result());
+            end();
+        });
+        watcher->setFuture(QtConcurrent::run(&m_pool, [client = *client] { return AIKeyTest::run(client); }));
+    };
+    // Without a keyring there is nowhere to keep a key, and nowhere else it may go.
+    if (m_keyring)
+        AIKeyStore::writeKey(key, provider, this, afterKey);
+    else
+        afterKey(std::nullopt);
 }
 
 void AISettingsView::saveAndTest() { save(true); }
@@ -242,47 +270,12 @@ void AISettingsView::revoke()
 {
     m_consented = false;
     m_consentRow->hide();
-    const AIProvider provider = m_provider;
-    runTask([provider] {
-        State state;
-        state.provider = provider;
-        const UserSettings::Outcome stored = AISettings::setConsent(false, provider);
-        if (stored.failed())
-            state.status = stored.message();
-        return state;
-    });
+    const UserSettings::Outcome stored = AISettings::setConsent(false, m_provider);
+    if (stored.failed())
+        m_status->setText(stored.message());
 }
 
-void AISettingsView::runTask(std::function<State()> work)
-{
-    ++m_pending;
-    m_saveAndTest->setEnabled(false);
-    auto *watcher = new QFutureWatcher<State>(this);
-    connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher] {
-        watcher->deleteLater();
-        --m_pending;
-        show(watcher->result());
-        if (m_pending == 0) {
-            m_saveAndTest->setText(QStringLiteral("Save and Test"));
-            m_saveAndTest->setEnabled(true);
-            emit idleChanged();
-        }
-    });
-    // Every task ends by reading back what its service now has, so the fields never show
-    // a value that was not stored.
-    watcher->setFuture(QtConcurrent::run(&m_pool, [work = std::move(work)] {
-        State state = work();
-        state.keyring = AIKeyStore::reachable();
-        if (state.keyring)
-            state.key = AIKeyStore::key(state.provider).value_or(QString());
-        state.consented = AISettings::consented(state.provider);
-        state.model = AISettings::storedModel(state.provider);
-        state.address = AISettings::serverAddress(state.provider);
-        return state;
-    }));
-}
-
-void AISettingsView::show(const State &state)
+void AISettingsView::display(const State &state)
 {
     m_provider = state.provider;
     m_service->setCurrentIndex(m_service->findData(state.provider.id()));

@@ -14,9 +14,9 @@ class QPushButton;
 
 /// The "AI" tab of the settings window: the service, its API key (kept only in the
 /// system's keyring), the model, a test of the saved key, and revoking the consent to
-/// send previews. Only "Save and Test" and "Remove Key" write. The keyring and the test
-/// request run on the tab's own thread, one after another, so a slow keyring never
-/// freezes the window. GUI thread.
+/// send previews. Only "Save and Test" and "Remove Key" write. The keyring is asked
+/// without blocking and the test request runs on the tab's own thread, so a slow keyring
+/// or service never freezes the window. GUI thread.
 class AISettingsView : public QWidget {
     Q_OBJECT
 public:
@@ -44,10 +44,11 @@ private:
     struct State;
     void build();
     void chooseProvider(int index);
+    void load(AIProvider provider, const QString &status = {});
     void save(bool thenTest);
-    /// Runs `work` on the tab's thread and shows the state it returns.
-    void runTask(std::function<State()> work);
-    void show(const State &state);
+    void begin(); ///< a keyring job or test starts
+    void end();   ///< …and ends
+    void display(const State &state);
     void refreshTexts();
 
     AIProvider m_provider;

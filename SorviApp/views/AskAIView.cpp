@@ -2,6 +2,7 @@
 
 #include "SorviApp/model/SorviModel.h"
 #include "SorviApp/views/Symbols.h"
+#include "SorviKit/ai/AIKeyStore.h"
 #include "SorviKit/ai/AISettings.h"
 #include "SorviKit/ai/AIWording.h"
 #include "SorviKit/core/Wording.h"
@@ -67,10 +68,7 @@ AskAIView::AskAIView(SorviModel &model, QWidget *parent) : QDialog(parent), m_mo
     readSetUp();
 }
 
-AskAIView::~AskAIView()
-{
-    m_setUpPool.waitForDone();
-}
+AskAIView::~AskAIView() = default;
 
 void AskAIView::build()
 {
@@ -253,20 +251,17 @@ QWidget *AskAIView::makeConsentPage()
     return page;
 }
 
-// The key lives in the keyring, which may be slow to answer: read it on a thread of the
-// sheet's own, and show the form (or the set-up) once it is known.
+// The key lives in the keyring, which may be slow to answer: the form (or the set-up)
+// shows once it has.
 void AskAIView::readSetUp()
 {
-    auto *watcher = new QFutureWatcher<std::optional<AIClient>>(this);
-    connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher] {
-        watcher->deleteLater();
-        m_client = watcher->result();
+    AIKeyStore::readKey(AISettings::provider(), this, [this](const std::optional<QString> &key, bool) {
+        m_client = AISettings::clientWith(key);
         m_ready = true;
         m_pages->setCurrentWidget(m_client ? m_formPage : m_setUpPage);
         refresh();
         emit readyChanged();
     });
-    watcher->setFuture(QtConcurrent::run(&m_setUpPool, [] { return AISettings::client(); }));
 }
 
 bool AskAIView::isAskingConsent() const { return m_pages->currentWidget() == m_consentPage; }
@@ -393,6 +388,9 @@ void AskAIView::finish(const Outcome &outcome)
 {
     m_running = false;
     m_wrapUp.reset();
+    // Only a stop is worth saying after the ask; the batch counts were for while it ran.
+    if (!m_status->text().startsWith(QLatin1String("Stopped")))
+        m_status->clear();
     if (outcome.error.isEmpty()) {
         m_results = outcome.results;
         m_thumbnails = outcome.thumbnails;
@@ -469,8 +467,6 @@ void AskAIView::refresh()
     m_stop->setEnabled(m_running && m_wrapUp && !m_wrapUp->stop_requested());
     m_busy->setVisible(m_running);
     m_status->setVisible(m_running || !m_status->text().isEmpty());
-    if (!m_running && m_error.isEmpty() && m_results.isEmpty())
-        m_status->clear();
     m_errorText->setText(m_error.isEmpty() ? QString() : QStringLiteral("⚠ ") + m_error);
     m_errorText->setVisible(!m_error.isEmpty());
 

@@ -8,7 +8,6 @@
 #include <QDialog>
 #include <QImage>
 #include <QPointer>
-#include <QThreadPool>
 
 #include <memory>
 #include <optional>
@@ -91,7 +90,6 @@ private:
     QList<AIResult> m_results;
     QList<QImage> m_thumbnails;
     std::shared_ptr<std::stop_source> m_wrapUp;
-    QThreadPool m_setUpPool;
 
     QLabel *m_provider = nullptr;
     QStackedWidget *m_pages = nullptr;

@@ -24,9 +24,83 @@ bool finish(QKeychain::Job &job)
     return job.error() == QKeychain::NoError;
 }
 
+// Reading the answer of a finished read job.
+std::optional<QString> keyOf(const QKeychain::ReadPasswordJob &job)
+{
+    if (job.error() != QKeychain::NoError)
+        return std::nullopt;
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    const QString text = decoder.decode(job.binaryData());
+    if (decoder.hasError())
+        return std::nullopt;
+    return text;
+}
+
+// A store that said "not found" or "not allowed" is there; anything else means none answered.
+bool answered(const QKeychain::Job &job)
+{
+    switch (job.error()) {
+    case QKeychain::NoError:
+    case QKeychain::EntryNotFound:
+    case QKeychain::AccessDenied:
+    case QKeychain::AccessDeniedByUser:
+        return true;
+    default:
+        return false;
+    }
+}
+
+template <typename Job>
+Job *startJob(Job *job)
+{
+    job->setAutoDelete(true);
+    job->setInsecureFallback(false);
+    job->setKey(entryName);
+    return job;
+}
+
 } // namespace
 
 namespace AIKeyStore {
+
+void readKey(AIProvider provider, QObject *context,
+             std::function<void(const std::optional<QString> &key, bool reachable)> done)
+{
+    auto *job = startJob(new QKeychain::ReadPasswordJob(service(provider)));
+    QObject::connect(job, &QKeychain::Job::finished, context, [job, done = std::move(done)] {
+        done(keyOf(*job), answered(*job));
+    });
+    job->start();
+}
+
+void writeKey(const std::optional<QString> &key, AIProvider provider, QObject *context,
+              std::function<void(const std::optional<QString> &failure)> done)
+{
+    const bool saving = key && !key->isEmpty();
+    const QString failure = saving ? QStringLiteral("Couldn't save the key in the keyring: %1")
+                                   : QStringLiteral("Couldn't remove the key from the keyring: %1");
+    auto *removal = startJob(new QKeychain::DeletePasswordJob(service(provider)));
+    QObject::connect(removal, &QKeychain::Job::finished, context,
+                     [=, done = std::move(done)]() mutable {
+                         if (removal->error() != QKeychain::NoError && removal->error() != QKeychain::EntryNotFound) {
+                             done(failure.arg(removal->errorString()));
+                             return;
+                         }
+                         if (!saving) {
+                             done(std::nullopt);
+                             return;
+                         }
+                         auto *write = startJob(new QKeychain::WritePasswordJob(service(provider)));
+                         write->setTextData(*key);
+                         QObject::connect(write, &QKeychain::Job::finished, context, [=, done = std::move(done)] {
+                             done(write->error() == QKeychain::NoError
+                                      ? std::nullopt
+                                      : std::optional(failure.arg(write->errorString())));
+                         });
+                         write->start();
+                     });
+    removal->start();
+}
 
 QString service(AIProvider provider)
 {
@@ -37,20 +111,15 @@ bool reachable()
 {
     // Reading an entry that may not exist: "not found" is an answer, so the store is there.
     QKeychain::ReadPasswordJob job(service(AIProvider::anthropic));
-    return finish(job) || job.error() == QKeychain::EntryNotFound;
+    finish(job);
+    return answered(job);
 }
 
 std::optional<QString> key(AIProvider provider)
 {
     QKeychain::ReadPasswordJob job(service(provider));
-    if (!finish(job))
-        return std::nullopt;
-    const QByteArray bytes = job.binaryData();
-    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    const QString text = decoder.decode(bytes);
-    if (decoder.hasError())
-        return std::nullopt;
-    return text;
+    finish(job);
+    return keyOf(job);
 }
 
 std::optional<QString> setKey(const std::optional<QString> &key, AIProvider provider)

@@ -2,7 +2,10 @@
 
 #include "SorviKit/ai/AIProvider.h"
 
+#include <QObject>
 #include <QString>
+
+#include <functional>
 
 #include <optional>
 
@@ -15,8 +18,17 @@
 namespace AIKeyStore {
 
 /// Whether a secret store answers at all. Without one no key can be kept, and nothing
-/// offers to keep it anywhere else.
+/// offers to keep it anywhere else. Blocks.
 bool reachable();
+
+/// The same as key() and setKey() without blocking, for the window: the store's jobs run
+/// on the calling thread's event loop (the GUI thread's: the store's client library keeps
+/// its jobs on one thread) and `done` is called there, unless `context` is gone by then.
+/// `reachable` is false when no secret store answered.
+void readKey(AIProvider provider, QObject *context,
+             std::function<void(const std::optional<QString> &key, bool reachable)> done);
+void writeKey(const std::optional<QString> &key, AIProvider provider, QObject *context,
+              std::function<void(const std::optional<QString> &failure)> done);
 /// "app.kestrane.sorvi.ai." followed by the provider's id.
 QString service(AIProvider provider);
 

@@ -82,11 +82,16 @@ QUrl endpoint(AIProvider provider)
 
 std::optional<AIClient> client()
 {
+    return clientWith(AIKeyStore::key(provider()));
+}
+
+std::optional<AIClient> clientWith(const std::optional<QString> &storedKey)
+{
     const AIProvider chosen = provider();
     const QUrl target = endpoint(chosen);
     if (target.isEmpty())
         return std::nullopt;
-    const QString key = AIKeyStore::key(chosen).value_or(QString());
+    const QString key = storedKey.value_or(QString());
     if (key.isEmpty() && chosen.hosted())
         return std::nullopt;
     AIClient client(chosen, model(chosen), key);

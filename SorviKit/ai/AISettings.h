@@ -41,5 +41,7 @@ QUrl endpoint(AIProvider provider);
 /// A client for the chosen service with its model, stored key and address; nothing
 /// without a key, or for `compatible` (whose key is optional) without an address.
 std::optional<AIClient> client();
+/// The same with the key already read (the window reads it without blocking).
+std::optional<AIClient> clientWith(const std::optional<QString> &key);
 
 } // namespace AISettings
