@@ -1,5 +1,7 @@
 #include "BrowserHarness.h"
 #include "MainWindow.h"
+#include "SorviApp/views/AskAIView.h"
+#include "SorviApp/views/SettingsWindow.h"
 #include "SorviApp/views/WelcomeView.h"
 
 #include <QAbstractButton>
@@ -32,6 +34,8 @@ QString texts(const QWidget &root)
 TEST(MainWindowTest, WelcomesOpensADroppedFolderAndUndoesFromTheMenu)
 {
     QSettings().clear();
+    // No keyring of the user's may be read here: the Ask-AI sheet below must find no key.
+    qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/sorvi-bus");
     QTemporaryDir scratch;
     const QString folder = ModelTest::demoShoot(scratch.filePath("shoot"), 12);
     const QString gone = scratch.filePath("EOS_DIGITAL");
@@ -94,6 +98,18 @@ TEST(MainWindowTest, WelcomesOpensADroppedFolderAndUndoesFromTheMenu)
         EXPECT_GE(label->width(), label->sizeHint().width()) << name << ": " << label->text().toStdString();
     }
     saveScreenshot(window.grab().toImage(), "browser-narrow");
+
+    // The menu opens the Ask-AI sheet over the folder, and its "Set Up in Settings…" the
+    // settings window at its AI tab (no service is set up in a fresh settings file).
+    window.askAIAction()->trigger();
+    ASSERT_TRUE(browser->askAIView());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return browser->askAIView()->isReady(); }, 20'000));
+    browser->askAIView()->findChild<QAbstractButton *>("setUp")->click();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !browser->askAIView() && !model.showAskAI(); }, 2000));
+    ASSERT_TRUE(window.settingsWindow());
+    EXPECT_TRUE(window.settingsWindow()->isVisible());
+    EXPECT_EQ(window.settingsAction()->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    window.settingsWindow()->close();
 
     // Closing the folder goes back to the welcome screen, which now lists it as recent.
     model.close();
