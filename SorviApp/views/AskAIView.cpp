@@ -340,10 +340,11 @@ void AskAIView::run()
     QPointer<SorviModel> model(&m_model);
     PreviewLoader *previews = &m_model.previews();
     auto *watcher = new QFutureWatcher<Outcome>(&m_model);
-    connect(watcher, &QFutureWatcherBase::finished, &m_model, [watcher, view, model] {
+    // Picks belong to the folder they were asked about: none reach a folder opened since.
+    connect(watcher, &QFutureWatcherBase::finished, &m_model, [watcher, view, model, folder = m_model.folder()] {
         watcher->deleteLater();
         const Outcome outcome = watcher->result();
-        if (outcome.error.isEmpty() && model) {
+        if (outcome.error.isEmpty() && model && model->folder() == folder) {
             QList<std::pair<QString, QString>> picks;
             for (const AIResult &result : outcome.results)
                 picks.append({result.shotID, result.reason});
