@@ -11,6 +11,8 @@ packages=(
   qt6-image-formats-plugins qt6-qpa-plugins libgl-dev libglx-dev libvulkan-dev
   # photo libraries
   libexiv2-dev exiv2 libraw-dev libheif-dev libheif1 libde265-0 libturbojpeg0-dev libjpeg62-turbo-dev
+  # media repair: libavcodec confirms sound frame boundaries; ffmpeg makes the test clips
+  libavcodec-dev libavutil-dev ffmpeg
   # vision
   libdlib-dev libdlib-data libopencv-core-dev libopencv-imgproc-dev libopencv-objdetect-dev opencv-data
   # hashing, keys

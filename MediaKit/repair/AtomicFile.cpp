@@ -1,0 +1,107 @@
+#include "MediaKit/repair/AtomicFile.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::size_t bufferLimit = std::size_t{4} << 20;
+
+std::string folderOf(const std::string &path)
+{
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string(".") : slash == 0 ? std::string("/") : path.substr(0, slash);
+}
+
+std::string failure(const std::string &what, const std::string &path)
+{
+    return what + " " + path + ": " + std::strerror(errno);
+}
+
+bool exists(const std::string &path)
+{
+    struct stat info {};
+    return lstat(path.c_str(), &info) == 0;
+}
+
+} // namespace
+
+AtomicFile::AtomicFile(std::string path) : m_path(std::move(path))
+{
+    const std::size_t slash = m_path.rfind('/');
+    const std::string name = slash == std::string::npos ? m_path : m_path.substr(slash + 1);
+    std::string pattern = folderOf(m_path) + "/." + name + ".XXXXXX";
+    m_fd = mkstemp(pattern.data());
+    if (m_fd < 0)
+        throw Failed(failure("Could not create a file in the folder of", m_path));
+    m_temporary = pattern;
+    fchmod(m_fd, 0644);
+}
+
+AtomicFile::~AtomicFile()
+{
+    if (m_fd >= 0) {
+        close(m_fd);
+        unlink(m_temporary.c_str());
+    }
+}
+
+void AtomicFile::write(std::span<const std::uint8_t> bytes)
+{
+    m_buffer.append(reinterpret_cast<const char *>(bytes.data()), bytes.size());
+    m_written += bytes.size();
+    if (m_buffer.size() >= bufferLimit)
+        flush();
+}
+
+void AtomicFile::flush()
+{
+    std::size_t done = 0;
+    while (done < m_buffer.size()) {
+        const ssize_t count = ::write(m_fd, m_buffer.data() + done, m_buffer.size() - done);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            throw Failed(failure("Could not write", m_path));
+        done += std::size_t(count);
+    }
+    m_buffer.clear();
+}
+
+void AtomicFile::commit()
+{
+    flush();
+    if (fsync(m_fd) != 0)
+        throw Failed(failure("Could not write", m_path));
+    close(m_fd);
+    m_fd = -1;
+    // link() fails when the name is taken, so an existing file is never replaced.
+    if (link(m_temporary.c_str(), m_path.c_str()) != 0) {
+        const std::string message = failure("Could not create", m_path);
+        unlink(m_temporary.c_str());
+        throw Failed(message);
+    }
+    unlink(m_temporary.c_str());
+    const int folder = open(folderOf(m_path).c_str(), O_RDONLY | O_DIRECTORY);
+    if (folder >= 0) {
+        fsync(folder);
+        close(folder);
+    }
+}
+
+std::string freeNameBeside(const std::string &path, const std::string &suffix)
+{
+    const std::size_t slash = path.rfind('/');
+    std::size_t dot = path.rfind('.');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash))
+        dot = path.size();
+    const std::string stem = path.substr(0, dot), extension = path.substr(dot);
+    std::string candidate = stem + "-" + suffix + extension;
+    for (int number = 2; exists(candidate); ++number)
+        candidate = stem + "-" + suffix + "-" + std::to_string(number) + extension;
+    return candidate;
+}

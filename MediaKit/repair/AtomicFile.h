@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <stdexcept>
+#include <string>
+
+/// A new file written in full before it appears under its name: the bytes go to a
+/// temporary file in the same folder, are flushed to the disk, and the file is then
+/// renamed into place, never over an existing file. Dropped unfinished, the temporary
+/// file is removed.
+class AtomicFile {
+public:
+    /// Thrown when the folder cannot be written, the disk fills up or the name is taken.
+    class Failed : public std::runtime_error {
+    public:
+        using std::runtime_error::runtime_error;
+    };
+
+    explicit AtomicFile(std::string path);
+    AtomicFile(const AtomicFile &) = delete;
+    AtomicFile &operator=(const AtomicFile &) = delete;
+    ~AtomicFile();
+
+    void write(std::span<const std::uint8_t> bytes);
+    [[nodiscard]] std::uint64_t written() const { return m_written; }
+    /// Flushes, syncs and renames the file into place. Throws Failed.
+    void commit();
+
+private:
+    void flush();
+
+    std::string m_path;
+    std::string m_temporary;
+    int m_fd = -1;
+    std::string m_buffer;
+    std::uint64_t m_written = 0;
+};
+
+/// `path` with "-SUFFIX" before its extension ("clip.mp4" -> "clip-repaired.mp4"), with a
+/// number added until no file of that name exists.
+std::string freeNameBeside(const std::string &path, const std::string &suffix);

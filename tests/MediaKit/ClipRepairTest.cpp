@@ -1,0 +1,184 @@
+#include "RepairClips.h"
+
+#include "ByteKit/FileSource.h"
+#include "ByteKit/MemorySource.h"
+#include "MediaKit/repair/ClipCompare.h"
+#include "MediaKit/repair/ClipRepair.h"
+#include "MediaKit/repair/MovieWriter.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+
+using IsoBox::fourcc;
+using namespace RepairClips;
+
+namespace {
+
+class ClipRepairTest : public testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        if (!haveFfmpeg())
+            return;
+        folder = temporaryFolder();
+        for (const Profile &profile : profiles())
+            clips[profile.name] = make(profile, folder);
+    }
+    static void TearDownTestSuite()
+    {
+        if (!folder.empty())
+            std::filesystem::remove_all(folder);
+    }
+    void SetUp() override
+    {
+        if (!haveFfmpeg())
+            GTEST_SKIP() << "ffmpeg and ffprobe are not installed; the repair tests make their clips with them";
+    }
+    static std::string reference(const std::string &profile)
+    {
+        std::string clip = clips.at(profile);
+        return clip.insert(clip.rfind('.'), "-reference");
+    }
+    static inline std::string folder;
+    static inline std::map<std::string, std::string> clips;
+};
+
+std::uint64_t frameCount(const std::string &path, std::size_t track)
+{
+    return Movie::read(FileSource(path)).tracks.at(track).frameCount();
+}
+
+} // namespace
+
+TEST_F(ClipRepairTest, BoxesAreCarriedByteForByteAndSizesAreNeverTrusted)
+{
+    const std::string clip = clips.at("h264-aac");
+    const std::vector<std::uint8_t> bytes = readFile(clip);
+    const Movie::Movie movie = Movie::read(FileSource(clip));
+    ASSERT_EQ(movie.tracks.size(), 3u); // picture, sound, timecode
+    EXPECT_EQ(movie.tracks[0].codec, fourcc("avc1"));
+    EXPECT_EQ(movie.tracks[2].codec, fourcc("tmcd"));
+    EXPECT_EQ(movie.tracks[0].samples.size(), 50u);
+
+    // Every box, our index included, is written back exactly as read.
+    const auto top = IsoBox::topLevel(FileSource(clip));
+    const IsoBox::Header &moovHeader = *std::find_if(top.begin(), top.end(), [](auto &h) { return h.type == fourcc("moov"); });
+    std::vector<std::uint8_t> written;
+    IsoBox::write(movie.moov, written);
+    EXPECT_TRUE(std::equal(written.begin(), written.end(), bytes.begin() + std::ptrdiff_t(moovHeader.offset)));
+
+    // An unknown box with a 64-bit size, inside a container, comes back the same.
+    IsoBox::Box odd = IsoBox::leaf(fourcc("xyzw"), {1, 2, 3});
+    odd.wideHeader = true;
+    IsoBox::Box udta = IsoBox::leaf(fourcc("udta"), {});
+    IsoBox::Box moov{fourcc("moov"), false, {}, {odd, udta}, true};
+    std::vector<std::uint8_t> once, twice;
+    IsoBox::write(moov, once);
+    EXPECT_EQ(once.size(), 8u + 19u + 8u);
+    IsoBox::write(IsoBox::parse(once).at(0), twice);
+    EXPECT_EQ(once, twice);
+
+    // A box claiming more than its parent, a table claiming more entries than it holds.
+    std::vector<std::uint8_t> lying = once;
+    IsoBox::set32(&lying[8 + 4 + 8], 1000); // the 64-bit size of the unknown box
+    EXPECT_THROW(IsoBox::parse(lying), IsoBox::Malformed);
+    IsoBox::Box tampered = movie.moov;
+    IsoBox::Box *stsz = tampered.children[movie.tracks[0].trakIndex].find(
+        {fourcc("mdia"), fourcc("minf"), fourcc("stbl"), fourcc("stsz")});
+    IsoBox::set32(&stsz->payload[8], 0x7fffffff);
+    EXPECT_THROW(Movie::tracksOf(tampered, bytes.size()), IsoBox::Malformed);
+    // Chunk offsets past the end of the file: those samples are counted, not read.
+    const std::vector<Movie::Track> short_ = Movie::tracksOf(movie.moov, bytes.size() / 2);
+    EXPECT_GT(short_[0].samplesBeyondFile, 0u);
+    EXPECT_LT(short_[0].samples.size(), 50u);
+}
+
+TEST_F(ClipRepairTest, IndexFirstAndFragmentedClipsReadTheSameSamples)
+{
+    const std::string clip = clips.at("h264-aac");
+    const std::string first = folder + "/first.mp4", fragmented = folder + "/fragmented.mp4";
+    ASSERT_TRUE(run("ffmpeg -nostdin -v error -y -i " + clip + " -map 0:v -map 0:a -c copy -movflags +faststart " + first));
+    ASSERT_TRUE(run("ffmpeg -nostdin -v error -y -i " + clip + " -map 0:v -map 0:a -c copy -movflags frag_keyframe+empty_moov " + fragmented));
+    const Movie::Movie fragments = Movie::read(FileSource(fragmented));
+    EXPECT_TRUE(fragments.fragmented);
+    for (const std::string &other : {first, fragmented}) {
+        const auto matches = ClipCompare::compare(clip, other);
+        for (std::size_t t = 0; t < 2; ++t) {
+            EXPECT_EQ(matches[t].recovered, matches[t].expected) << other << " track " << t;
+            EXPECT_EQ(matches[t].extra, 0u);
+        }
+    }
+    // The writer makes a playable file from a fragmented one, and 64-bit offsets only past 4 GB.
+    EXPECT_FALSE(MovieWriter::needsWideOffsets(0xffffffffu));
+    EXPECT_TRUE(MovieWriter::needsWideOffsets(0x100000000u));
+}
+
+TEST_F(ClipRepairTest, EveryProfileAndDamageRecoversEveryTrackBitExact)
+{
+    for (const Profile &profile : profiles()) {
+        const std::string clip = clips.at(profile.name);
+        for (Damage kind : damages()) {
+            SCOPED_TRACE(profile.name + ", " + name(kind));
+            const std::string damaged = folder + "/" + profile.name + "-damaged" + profile.extension;
+            std::filesystem::remove(damaged);
+            const auto lost = damage(clip, damaged, kind);
+            const std::vector<std::uint8_t> before = readFile(damaged);
+            const ClipRepair::Report report = ClipRepair::repair(damaged, reference(profile.name), {});
+            EXPECT_EQ(readFile(damaged), before) << "the damaged clip was written";
+            EXPECT_EQ(report.output, folder + "/" + profile.name + "-damaged-repaired" + profile.extension);
+            const auto matches = ClipCompare::compare(clip, report.output, lost);
+            ASSERT_EQ(matches.size(), report.tracks.size());
+            for (std::size_t t = 0; t < matches.size(); ++t) {
+                SCOPED_TRACE(matches[t].handler + " " + matches[t].codec);
+                EXPECT_GE(matches[t].share(), 0.99) << matches[t].recovered << " of " << matches[t].expected;
+                if (kind != Damage::zeroedRegion) { // after lost pictures, reordering restarts unknown
+                    EXPECT_GE(matches[t].timed, matches[t].recovered * 9 / 10);
+                }
+                if (kind != Damage::zeroedRegion) { // there, frames half zeroed may still decode
+                    EXPECT_EQ(matches[t].extra, 0u);
+                }
+                EXPECT_EQ(report.tracks[t].samples, frameCount(report.output, t));
+            }
+            if (kind == Damage::cutInMdat) {
+                std::string errors;
+                FILE *pipe = popen(("ffmpeg -nostdin -v error -i '" + report.output + "' -f null - 2>&1").c_str(), "r");
+                for (char line[256]; fgets(line, sizeof line, pipe);)
+                    errors += line;
+                pclose(pipe);
+                EXPECT_EQ(errors, "") << "ffmpeg cannot play the repaired clip";
+            }
+            std::filesystem::remove(report.output);
+        }
+    }
+}
+
+TEST_F(ClipRepairTest, ClearErrorsAndTheDamagedClipIsNeverWritten)
+{
+    const std::string damaged = folder + "/errors.mp4";
+    damage(clips.at("h264-aac"), damaged, Damage::cutInMdat);
+    auto kindOf = [&](const std::string &clip, const std::string &ref, const std::string &out) {
+        try {
+            ClipRepair::repair(clip, ref, out);
+        } catch (const ClipRepair::Error &error) {
+            return std::pair{error.kind(), std::string(error.what())};
+        }
+        return std::pair{ClipRepair::Error::Kind::unreadable, std::string("no error")};
+    };
+    auto [noReference, noReferenceText] = kindOf(damaged, "", "");
+    EXPECT_EQ(noReference, ClipRepair::Error::Kind::noReference);
+    EXPECT_EQ(noReferenceText.rfind("no reference given", 0), 0u);
+    auto [different, differentText] = kindOf(damaged, reference("hevc-aac"), "");
+    EXPECT_EQ(different, ClipRepair::Error::Kind::differentCodec) << differentText;
+    EXPECT_EQ(differentText.rfind("the reference is from a different codec", 0), 0u);
+    const std::string blank = folder + "/blank.mp4";
+    writeFile(blank, std::vector<std::uint8_t>(100000, 0));
+    auto [nothing, nothingText] = kindOf(blank, reference("h264-aac"), "");
+    EXPECT_EQ(nothing, ClipRepair::Error::Kind::nothingRecoverable) << nothingText;
+    EXPECT_EQ(nothingText.rfind("nothing recoverable after byte 0", 0), 0u) << nothingText;
+    const std::vector<std::uint8_t> before = readFile(damaged);
+    auto [over, overText] = kindOf(damaged, reference("h264-aac"), damaged);
+    EXPECT_EQ(over, ClipRepair::Error::Kind::cannotWrite) << overText;
+    EXPECT_EQ(readFile(damaged), before);
+}
