@@ -16,7 +16,7 @@ fi
 
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DSORVI_FUZZ=ON -DSORVI_BUILD_TESTS=OFF -DSORVI_BUILD_BENCH=OFF >/dev/null
-cmake --build "$build" -j"$(nproc)" --target fuzz_candidates fuzz_extract
+cmake --build "$build" -j"$(nproc)" --target fuzz_candidates fuzz_extract fuzz_boxes
 
 # Seeds: the first 64 KiB of each RAW file (their headers, thumbnails and the start of a
 # preview). Made fresh each run, never kept in the repository.
@@ -27,10 +27,17 @@ if [ -d "$corpus" ]; then
     head -c 65536 "$f" > "$seeds/$(basename "$f").seed"
   done
 fi
+# Seeds for the clip readers: a tiny MP4 and MOV with picture, sound and timecode.
+if command -v ffmpeg >/dev/null; then
+  for ext in mp4 mov; do
+    ffmpeg -nostdin -v error -y -f lavfi -i testsrc=size=32x32:rate=10 -f lavfi -i sine=sample_rate=8000 \
+      -t 0.3 -c:v libx264 -preset ultrafast -c:a aac -timecode 01:00:00:00 "$seeds/clip.$ext" || true
+  done
+fi
 
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-for target in fuzz_candidates fuzz_extract; do
+for target in fuzz_candidates fuzz_extract fuzz_boxes; do
   work="$build/work-$target"
   rm -rf "$work" && mkdir -p "$work"
   echo "== $target for ${seconds}s"

@@ -3,6 +3,7 @@
 #include "ByteKit/FileSource.h"
 #include "ByteKit/MemorySource.h"
 #include "MediaKit/repair/ClipCompare.h"
+#include "MediaKit/repair/ClipJoin.h"
 #include "MediaKit/repair/ClipRepair.h"
 #include "MediaKit/repair/MovieWriter.h"
 
@@ -181,4 +182,40 @@ TEST_F(ClipRepairTest, ClearErrorsAndTheDamagedClipIsNeverWritten)
     auto [over, overText] = kindOf(damaged, reference("h264-aac"), damaged);
     EXPECT_EQ(over, ClipRepair::Error::Kind::cannotWrite) << overText;
     EXPECT_EQ(readFile(damaged), before);
+}
+
+TEST_F(ClipRepairTest, JoinKeepsEveryTrackOneTimecodeAndAlignsTheSeams)
+{
+    for (const std::string profile : {"h264-aac-gpmd", "h264-pcm"}) {
+        SCOPED_TRACE(profile);
+        const std::vector<std::string> parts = split(clips.at(profile), 3);
+        ASSERT_EQ(parts.size(), 3u);
+        const ClipJoin::Report report = ClipJoin::join(parts, {});
+        EXPECT_EQ(report.output, parts[0].substr(0, parts[0].rfind('.')) + "-joined" + parts[0].substr(parts[0].rfind('.')));
+        for (const ClipCompare::TrackMatch &match : ClipCompare::compare(clips.at(profile), report.output)) {
+            SCOPED_TRACE(match.handler + " " + match.codec);
+            EXPECT_EQ(match.recovered, match.expected);
+            EXPECT_EQ(match.extra, 0u); // one timecode sample, not one per part
+            // Only the last sound sample (PCM: chunk) before each seam may change its duration.
+            EXPECT_GE(match.timed + (match.codec == "sowt" ? 2 * 2048 : 2), match.recovered);
+        }
+        ASSERT_EQ(report.seamOffsets.size(), 2u);
+        for (double offset : report.seamOffsets)
+            EXPECT_LT(offset, 0.04); // within one picture at 25 frames a second
+        // The first part's user data is kept.
+        const Movie::Movie joined = Movie::read(FileSource(report.output));
+        const Movie::Movie first = Movie::read(FileSource(parts[0]));
+        ASSERT_NE(joined.moov.child(fourcc("udta")), nullptr);
+        EXPECT_EQ(joined.moov.child(fourcc("udta"))->payload, first.moov.child(fourcc("udta"))->payload);
+        for (const std::string &part : parts)
+            std::filesystem::remove(part);
+        std::filesystem::remove(report.output);
+    }
+    try {
+        ClipJoin::join({clips.at("h264-aac"), clips.at("h264-pcm")}, folder + "/mixed.mp4");
+        ADD_FAILURE() << "parts of different recordings were joined";
+    } catch (const ClipJoin::Error &error) {
+        EXPECT_EQ(error.kind(), ClipJoin::Error::Kind::mismatched);
+    }
+    EXPECT_FALSE(std::filesystem::exists(folder + "/mixed.mp4"));
 }

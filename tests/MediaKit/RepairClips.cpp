@@ -130,6 +130,52 @@ void addTelemetry(const std::string &path)
 
 } // namespace
 
+std::vector<std::string> split(const std::string &clip, int count)
+{
+    const std::vector<std::uint8_t> bytes = readFile(clip);
+    const Movie::Movie movie = Movie::read(FileSource(clip));
+    const Movie::Track &video = movie.tracks.front();
+    // Cut before the sync pictures nearest to each share of the clip.
+    std::vector<double> cuts;
+    double time = 0;
+    std::size_t share = 1;
+    for (const Movie::Sample &s : video.samples) {
+        if (s.sync && time > 0 && share < std::size_t(count) &&
+            time >= double(video.duration()) / video.timescale * double(share) / count) {
+            cuts.push_back(time);
+            ++share;
+        }
+        time += double(s.duration) / video.timescale;
+    }
+    cuts.push_back(1e9);
+    std::vector<std::string> paths;
+    for (std::size_t part = 0; part < cuts.size(); ++part) {
+        const double from = part ? cuts[part - 1] : 0, to = cuts[part];
+        MovieWriter::Output output{movie.ftyp, movie.moov, movie.timescale, {}};
+        for (const Movie::Track &track : movie.tracks) {
+            MovieWriter::TrackOutput out{movie.moov.children[track.trakIndex], track.timescale, track.frameBytes, {},
+                                         track.hasSyncTable};
+            double start = 0;
+            for (const Movie::Sample &s : track.samples) {
+                if (track.codec == fourcc("tmcd")) {
+                    out.samples.push_back(s); // each part has its own timecode sample
+                    break;
+                }
+                if (start >= from - 1e-9 && start < to - 1e-9)
+                    out.samples.push_back(s);
+                start += double(s.duration) / track.timescale;
+            }
+            output.tracks.push_back(std::move(out));
+        }
+        std::string path = clip;
+        path.insert(path.rfind('.'), "-part" + std::to_string(part + 1));
+        const std::span<const std::uint8_t> sources[] = {bytes};
+        MovieWriter::write(path, output, sources);
+        paths.push_back(path);
+    }
+    return paths;
+}
+
 bool run(const std::string &command)
 {
     return std::system((command + " >/dev/null 2>&1").c_str()) == 0;

@@ -36,6 +36,10 @@ std::string name(Damage damage);
 std::vector<std::pair<std::uint64_t, std::uint64_t>> damage(const std::string &clip, const std::string &damaged,
                                                            Damage kind);
 
+/// Splits `clip` the way a camera does, into `count` parts that each start with a sync
+/// picture and hold every track (each with its own timecode sample); returns their paths.
+std::vector<std::string> split(const std::string &clip, int count);
+
 std::vector<std::uint8_t> readFile(const std::string &path);
 void writeFile(const std::string &path, const std::vector<std::uint8_t> &bytes);
 std::string temporaryFolder();

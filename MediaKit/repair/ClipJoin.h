@@ -1,0 +1,55 @@
+#pragma once
+
+#include "MediaKit/repair/MovieWriter.h"
+
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+/// Joins the parts a camera split one recording into (at 4 GB, or by length) into one clip
+/// with every track of the parts: one timecode sample (the first part's), the first part's
+/// user data, and each part's sound starting with its pictures, so that sound and picture
+/// stay aligned across every seam.
+namespace ClipJoin {
+
+class Error : public std::runtime_error {
+public:
+    enum class Kind { tooFewParts, unreadable, mismatched, cannotWrite };
+    Error(Kind kind, const std::string &message) : std::runtime_error(message), m_kind(kind) {}
+    [[nodiscard]] Kind kind() const { return m_kind; }
+
+private:
+    Kind m_kind;
+};
+
+struct TrackReport {
+    std::uint32_t id = 0;
+    std::string handler;
+    std::string codec;
+    std::uint64_t samples = 0;
+    double seconds = 0;
+};
+
+struct Report {
+    std::string output;
+    std::vector<TrackReport> tracks;
+    /// For each seam, how far the sound of the next part starts from its pictures (seconds,
+    /// the largest over the sound tracks).
+    std::vector<double> seamOffsets;
+};
+
+struct Plan {
+    MovieWriter::Output output;
+    Report report;
+};
+
+using Progress = std::function<void(double fraction)>;
+
+/// What join() would write. Throws Error.
+Plan plan(const std::vector<std::string> &parts);
+/// Joins `parts` in the order given into `output` (empty: "FIRST-joined.EXT" beside the
+/// first part). The parts are only read. Throws Error.
+Report join(const std::vector<std::string> &parts, const std::string &output, const Progress &progress = {});
+
+} // namespace ClipJoin
