@@ -16,7 +16,7 @@ fi
 
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DSORVI_FUZZ=ON -DSORVI_BUILD_TESTS=OFF -DSORVI_BUILD_BENCH=OFF >/dev/null
-cmake --build "$build" -j"$(nproc)" --target fuzz_candidates fuzz_extract fuzz_boxes
+cmake --build "$build" -j"$(nproc)" --target fuzz_candidates fuzz_extract fuzz_boxes fuzz_jpeg_header
 
 # Seeds: the first 64 KiB of each RAW file (their headers, thumbnails and the start of a
 # preview). Made fresh each run, never kept in the repository.
@@ -33,11 +33,14 @@ if command -v ffmpeg >/dev/null; then
     ffmpeg -nostdin -v error -y -f lavfi -i testsrc=size=32x32:rate=10 -f lavfi -i sine=sample_rate=8000 \
       -t 0.3 -c:v libx264 -preset ultrafast -c:a aac -timecode 01:00:00:00 "$seeds/clip.$ext" || true
   done
+  # A small photo with its reference, as the header rebuild fuzzer reads them: one input.
+  ffmpeg -nostdin -v error -y -f lavfi -i testsrc=size=64x48 -frames:v 1 -huffman default "$build/photo.jpg" &&
+    { printf '\200'; cat "$build/photo.jpg" "$build/photo.jpg"; } > "$seeds/photo-pair.seed" || true
 fi
 
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-for target in fuzz_candidates fuzz_extract fuzz_boxes; do
+for target in fuzz_candidates fuzz_extract fuzz_boxes fuzz_jpeg_header; do
   work="$build/work-$target"
   rm -rf "$work" && mkdir -p "$work"
   echo "== $target for ${seconds}s"

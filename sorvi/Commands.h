@@ -17,4 +17,6 @@ int previews(const QStringList &args);
 int preview(const QStringList &args);
 int ask(const QStringList &args);
 int key(const QStringList &args);
+int repair(const QStringList &args);
+int join(const QStringList &args);
 } // namespace Commands

@@ -40,7 +40,14 @@ const char *const usage =
     "  put-back FOLDER                   put the rejects of the last move back where they were\n"
     "  verify DESTINATION                read every file listed in the checksum lists (.mhl) at the\n"
     "                                    top of DESTINATION again and say which match, differ or are\n"
-    "                                    missing; exit 0 only when all match\n";
+    "                                    missing; exit 0 only when all match\n"
+    "  repair CLIP --reference GOOD_CLIP [-o OUT]\n"
+    "                                    rebuild the index of a damaged clip from a good clip of the same\n"
+    "                                    camera; every track is kept; a new file is written beside it\n"
+    "  repair PHOTO.JPG --reference GOOD.JPG [-o OUT]\n"
+    "                                    rebuild the damaged start of a photo from a good photo of the\n"
+    "                                    same camera and size\n"
+    "  join PART1 PART2... [-o OUT]      join the parts a camera split a recording into\n";
 
 } // namespace
 
@@ -64,6 +71,8 @@ int main(int argc, char *argv[])
         {"preview", Commands::preview},
         {"ask", Commands::ask},
         {"key", Commands::key},
+        {"repair", Commands::repair},
+        {"join", Commands::join},
     };
     QStringList args = app.arguments().mid(1);
     QTextStream err(stderr);

@@ -335,7 +335,20 @@ private:
     Lane *m_video = nullptr, *m_aac = nullptr, *m_pcm = nullptr, *m_timecode = nullptr, *m_telemetry = nullptr;
 };
 
-// Whether the clip's pictures read as the other of H.264 and HEVC: a run of pictures at the start.
+// Pictures that read as whole pictures of `layout` in the first megabytes of the media data.
+std::size_t picturesIn(const SampleFinder::VideoLayout &layout, std::span<const std::uint8_t> data, std::size_t from)
+{
+    const std::size_t end = std::min(data.size(), from + (std::size_t{4} << 20));
+    std::size_t pictures = 0;
+    for (std::size_t at = from; at < end && pictures < 64;) {
+        const std::size_t n = SampleFinder::pictureAt(layout, data.first(end), at);
+        pictures += n > 0;
+        at += n ? n : 1;
+    }
+    return pictures;
+}
+
+// Whether the clip's pictures read far better as the other of H.264 and HEVC.
 bool picturesOfOtherCodec(const Lane &lane, std::span<const std::uint8_t> data, std::size_t from)
 {
     SampleFinder::VideoLayout other;
@@ -345,14 +358,8 @@ bool picturesOfOtherCodec(const Lane &lane, std::span<const std::uint8_t> data, 
     other.slicesPerPicture = 64;
     // The unit types every camera writes: slices, parameter sets, delimiters, SEI.
     other.unitTypes = other.hevc ? 0x3fffff | std::uint64_t(0x18f) << 32 : 0x3e2;
-    const std::size_t end = std::min(data.size(), from + (std::size_t{4} << 20));
-    std::size_t pictures = 0;
-    for (std::size_t at = from; at < end && pictures < 3;) {
-        const std::size_t n = SampleFinder::pictureAt(other, data.first(end), at);
-        pictures += n > 0;
-        at += n ? n : 1;
-    }
-    return pictures >= 3;
+    const std::size_t theirs = picturesIn(other, data, from);
+    return theirs >= 3 && theirs > 2 * picturesIn(lane.video, data, from) + 2;
 }
 
 std::string codecName(IsoBox::FourCC codec) { return IsoBox::text(codec); }
@@ -434,7 +441,7 @@ Plan plan(const std::string &clipPath, const std::string &referencePath, const P
         for (const Lane &lane : lanes)
             total += lane.found.size();
         for (const Lane &lane : lanes)
-            if (lane.kind == Kind::video && lane.found.empty() && picturesOfOtherCodec(lane, data.first(to), from))
+            if (lane.kind == Kind::video && lane.found.size() < 64 && picturesOfOtherCodec(lane, data.first(to), from))
                 throw Error(Error::Kind::differentCodec,
                             std::string("the reference is from a different codec: its pictures are ") +
                                 (lane.video.hevc ? "HEVC" : "H.264") + ", the clip's are " + (lane.video.hevc ? "H.264" : "HEVC"));

@@ -4,6 +4,8 @@
 #include "ByteKit/MemorySource.h"
 #include "MediaKit/repair/ClipCompare.h"
 #include "MediaKit/repair/ClipJoin.h"
+#include "MediaKit/repair/JpegHeader.h"
+#include "MediaKit/JpegDecoder.h"
 #include "MediaKit/repair/ClipRepair.h"
 #include "MediaKit/repair/MovieWriter.h"
 
@@ -218,4 +220,54 @@ TEST_F(ClipRepairTest, JoinKeepsEveryTrackOneTimecodeAndAlignsTheSeams)
         EXPECT_EQ(error.kind(), ClipJoin::Error::Kind::mismatched);
     }
     EXPECT_FALSE(std::filesystem::exists(folder + "/mixed.mp4"));
+}
+
+TEST_F(ClipRepairTest, PhotoHeaderIsRebuiltFromAReferenceOfTheSameCamera)
+{
+    auto photo = [&](const std::string &name, const std::string &pictures, const std::string &size, const std::string &tables) {
+        const std::string path = folder + "/" + name + ".jpg";
+        EXPECT_TRUE(run("ffmpeg -nostdin -v error -y -f lavfi -i " + pictures + "=size=" + size +
+                        " -frames:v 1 -q:v 3 -pix_fmt yuvj420p -huffman " + tables + " " + path));
+        return readFile(path);
+    };
+    const std::vector<std::uint8_t> original = photo("photo", "testsrc", "320x240", "default");
+    const std::vector<std::uint8_t> reference = photo("reference", "testsrc2", "320x240", "default");
+    const std::vector<std::uint8_t> optimised = photo("optimised", "testsrc2", "320x240", "optimal");
+    const std::vector<std::uint8_t> larger = photo("larger", "testsrc2", "640x480", "default");
+    const std::optional<JpegHeader::Header> header = JpegHeader::read(original);
+    ASSERT_TRUE(header);
+    EXPECT_TRUE(header->standardTables);
+    EXPECT_EQ(header->width, 320);
+    const std::optional<Bitmap> expected = JpegDecoder::decode(original, 320);
+
+    // The start zeroed up to the frame header, and the whole header zeroed.
+    for (std::size_t lost : {std::size_t(300), header->end}) {
+        SCOPED_TRACE(lost);
+        std::vector<std::uint8_t> damaged = original;
+        std::fill_n(damaged.begin(), lost, 0);
+        const JpegHeader::Result result = JpegHeader::transplant(damaged, reference);
+        EXPECT_TRUE(result.decodes);
+        EXPECT_EQ(result.dataOffset, header->end);
+        EXPECT_EQ(result.foundOwnScanHeader, lost < header->end);
+        const std::optional<Bitmap> rebuilt = JpegDecoder::decode(result.jpeg, 320);
+        ASSERT_TRUE(rebuilt && expected);
+        EXPECT_EQ(rebuilt->pixels, expected->pixels);
+        EXPECT_FALSE(result.optimisedTables || result.sizeDiffers);
+    }
+    std::vector<std::uint8_t> damaged = original;
+    std::fill_n(damaged.begin(), 100, 0); // the frame header survives and tells the size
+    EXPECT_TRUE(JpegHeader::transplant(damaged, optimised).optimisedTables);
+    const JpegHeader::Result wrongSize = JpegHeader::transplant(damaged, larger);
+    EXPECT_TRUE(wrongSize.sizeDiffers);
+    EXPECT_FALSE(wrongSize.warnings.empty());
+    EXPECT_THROW(JpegHeader::transplant(std::vector<std::uint8_t>(5000, 0), reference), JpegHeader::Error);
+
+    // Through the file: written beside the photo, which is left as it was.
+    const std::string damagedPath = folder + "/damaged.jpg";
+    writeFile(damagedPath, damaged);
+    std::string written;
+    JpegHeader::repair(damagedPath, folder + "/reference.jpg", {}, written);
+    EXPECT_EQ(written, folder + "/damaged-repaired.jpg");
+    EXPECT_EQ(readFile(damagedPath), damaged);
+    EXPECT_EQ(JpegDecoder::decode(readFile(written), 320)->pixels, expected->pixels);
 }
