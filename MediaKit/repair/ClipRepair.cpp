@@ -172,6 +172,11 @@ public:
                 lastEnd = at;
                 continue;
             }
+            // A picture the end of the data cuts short: nothing whole follows it.
+            if (m_video && SampleFinder::pictureCutAt(m_video->video, m_data, at)) {
+                unreadable += m_data.size() - at;
+                break;
+            }
             const std::size_t next = resync(at + 1);
             const std::size_t sound = soundBefore(at, next);
             unreadable += sound - at;

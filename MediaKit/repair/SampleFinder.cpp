@@ -102,11 +102,17 @@ std::size_t pictureAt(const VideoLayout &layout, Bytes data, std::size_t at)
 bool pictureCutAt(const VideoLayout &layout, Bytes data, std::size_t at)
 {
     const unsigned n = layout.lengthSize;
-    if (at + n + 3 > data.size())
-        return false;
-    const std::uint32_t length = lengthAt(&data[at], n);
-    return length > data.size() - at - n && length <= std::max<std::uint64_t>(std::uint64_t(layout.largestUnit) * 4, 16 * 1024) &&
-           headerValid(layout, &data[at + n], length);
+    const std::uint64_t largest = std::max<std::uint64_t>(std::uint64_t(layout.largestUnit) * 4, 16 * 1024);
+    // Whole units may come first (parameter sets, SEI); the one the data ends in decides.
+    for (int unit = 0; unit < 16 && at + n + 3 <= data.size(); ++unit) {
+        const std::uint32_t length = lengthAt(&data[at], n);
+        if (length == 0 || length > largest || !headerValid(layout, &data[at + n], length))
+            return false;
+        if (length > data.size() - at - n)
+            return true;
+        at += n + length;
+    }
+    return false;
 }
 
 bool isSyncPicture(const VideoLayout &layout, Bytes picture)
@@ -229,6 +235,9 @@ AacFrames::AacFrames(Bytes configuration) : m_decoder(std::make_unique<Decoder>(
     m_decoder->packet = av_packet_alloc();
     m_decoder->frame = av_frame_alloc();
     const unsigned channels = std::max(1u, unsigned(configuration[1] >> 3 & 15));
+    // A mono frame opens with a single channel element, a stereo one with a channel pair.
+    if (configuration[1] >> 3 == 1 || configuration[1] >> 3 == 2)
+        m_firstElement = (configuration[1] >> 3) - 1;
     m_largestFrame = 768 * channels + 16; // 6144 bits per channel at most
     m_decoder->buffer.resize(m_largestFrame + AV_INPUT_BUFFER_PADDING_SIZE);
 }
@@ -262,6 +271,8 @@ std::size_t AacFrames::frameAt(Bytes data, std::size_t at)
     std::size_t length = 0;
     std::size_t high = std::min(m_largestFrame, data.size() - at);
     const std::uint8_t *start = &data[at];
+    if (m_firstElement >= 0 && start[0] >> 1 != m_firstElement << 4) // element type, instance 0
+        return 0;
     const bool blank = std::all_of(start, start + std::min<std::size_t>(high, 8), [](std::uint8_t b) { return b == 0; });
     if (!blank && high >= 2 && decodes(start, high)) {
         // Accepted with room to spare; the shortest accepted length is the frame.

@@ -27,7 +27,7 @@ struct VideoLayout {
 
 /// Length of the picture (access unit) that starts at `at`, or 0.
 std::size_t pictureAt(const VideoLayout &layout, Bytes data, std::size_t at);
-/// Whether a NAL unit starts at `at` that the end of the data cuts short.
+/// Whether the NAL units from `at` on run into the end of the data, the last cut short.
 bool pictureCutAt(const VideoLayout &layout, Bytes data, std::size_t at);
 /// Whether the picture is one a player can start from (IDR, or an HEVC IRAP picture).
 bool isSyncPicture(const VideoLayout &layout, Bytes picture);
@@ -58,6 +58,7 @@ private:
     struct Decoder;
     std::unique_ptr<Decoder> m_decoder;
     std::size_t m_largestFrame = 0;
+    int m_firstElement = -1; ///< syntax element every frame starts with, when the layout fixes it
     std::size_t m_cachedAt = SIZE_MAX;
     std::size_t m_cachedLength = 0;
     const std::uint8_t *m_cachedData = nullptr;

@@ -201,14 +201,15 @@ std::vector<Profile> profiles()
     };
 }
 
-std::string make(const Profile &profile, const std::string &folder, double seconds, const std::string &suffix)
+std::string make(const Profile &profile, const std::string &folder, double seconds, const std::string &suffix,
+                 const std::string &size, const std::string &extraArgs)
 {
     const std::string clip = folder + "/" + profile.name + suffix + profile.extension;
     const std::string reference = folder + "/" + profile.name + suffix + "-reference" + profile.extension;
     auto encode = [&](const std::string &pictures, int tone, double length, const std::string &out) {
         const std::string command = "ffmpeg -nostdin -v error -y -f lavfi -i " + pictures +
-                                    "=size=160x120:rate=25 -f lavfi -i sine=frequency=" + std::to_string(tone) +
-                                    ":sample_rate=48000 -t " + std::to_string(length) + " " + profile.codecArgs +
+                                    "=size=" + size + ":rate=25 -f lavfi -i sine=frequency=" + std::to_string(tone) +
+                                    ":sample_rate=48000 -t " + std::to_string(length) + " " + profile.codecArgs + " " + extraArgs +
                                     " -timecode 01:00:00:00 -metadata title=Shoot '" + out + "'";
         if (!run(command))
             throw std::runtime_error("ffmpeg failed: " + command);
@@ -216,7 +217,7 @@ std::string make(const Profile &profile, const std::string &folder, double secon
             addTelemetry(out);
     };
     encode("testsrc", 440, seconds, clip);
-    encode("testsrc2", 660, 1.0, reference);
+    encode("testsrc2", 660, std::min(seconds, 2.0), reference);
     return clip;
 }
 

@@ -27,7 +27,8 @@ std::vector<Profile> profiles();
 /// reference `folder/NAME-reference.EXT` (other pictures and sound, same settings).
 /// Returns the clip's path.
 std::string make(const Profile &profile, const std::string &folder, double seconds = 2.0,
-                 const std::string &suffix = "");
+                 const std::string &suffix = "", const std::string &size = "160x120",
+                 const std::string &extraArgs = "");
 
 enum class Damage { moovMissing, cutInMdat, zeroedRegion };
 std::vector<Damage> damages();
