@@ -59,11 +59,12 @@ int main(int argc, char **argv)
         std::puts("bench_repair: ffmpeg is not installed; nothing measured");
         return 0;
     }
+    std::setvbuf(stdout, nullptr, _IOLBF, 0); // each line as soon as it is measured
     const double seconds = argc > 1 ? std::atof(argv[1]) : 10.0;
     const std::string folder = temporaryFolder();
     std::printf("Clips of %.0f s at 1280x720, 25 frames a second, with sensor-like noise (CRF 14); references of the same settings.\n", seconds);
-    std::printf("%-15s %-14s %-44s %9s %9s %6s\n", "profile", "damage", "bit-exact per track (recovered/expected)",
-                "repair", "read", "ratio");
+    std::printf("%-14s %-14s %7s %12s %12s %6s  %s\n", "profile", "damage", "size", "repair", "plain read", "ratio",
+                "bit-exact per track (recovered/expected)");
     for (const Profile &profile : profiles()) {
         const std::string clip = make(profile, folder, seconds, "", "1280x720", "-vf noise=alls=12:allf=t -crf 14");
         const std::string reference = folder + "/" + profile.name + "-reference" + profile.extension;
@@ -73,7 +74,6 @@ int main(int argc, char **argv)
             std::filesystem::remove(damaged);
             const auto lost = damage(clip, damaged, kind);
             const double megabytes = double(std::filesystem::file_size(damaged)) / 1e6;
-            std::printf("%-15s %-14s %.1f MB\n", profile.name.c_str(), name(kind).c_str(), megabytes);
             const double repair = bestSeconds({damaged, reference}, [&] {
                 std::filesystem::remove(repaired);
                 ClipRepair::repair(damaged, reference, repaired);
@@ -86,8 +86,8 @@ int main(int argc, char **argv)
                               match.recovered, match.expected);
                 shares += cell;
             }
-            std::printf("%-15s %-14s %-44s %6.0f MB/s %6.0f MB/s %5.2f\n", profile.name.c_str(), name(kind).c_str(),
-                        shares.c_str(), megabytes / repair, megabytes / read, read / repair);
+            std::printf("%-14s %-14s %4.0f MB %7.0f MB/s %7.0f MB/s %6.2f  %s\n", profile.name.c_str(), name(kind).c_str(),
+                        megabytes, megabytes / repair, megabytes / read, read / repair, shares.c_str());
         }
     }
     std::filesystem::remove_all(folder);
