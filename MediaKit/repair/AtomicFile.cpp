@@ -52,23 +52,34 @@ AtomicFile::~AtomicFile()
 
 void AtomicFile::write(std::span<const std::uint8_t> bytes)
 {
-    m_buffer.append(reinterpret_cast<const char *>(bytes.data()), bytes.size());
     m_written += bytes.size();
+    // Large runs go to the file straight from the caller's memory, small ones are gathered.
+    if (bytes.size() >= bufferLimit / 4) {
+        flush();
+        writeAll(bytes.data(), bytes.size());
+        return;
+    }
+    m_buffer.append(reinterpret_cast<const char *>(bytes.data()), bytes.size());
     if (m_buffer.size() >= bufferLimit)
         flush();
 }
 
-void AtomicFile::flush()
+void AtomicFile::writeAll(const void *data, std::size_t size)
 {
     std::size_t done = 0;
-    while (done < m_buffer.size()) {
-        const ssize_t count = ::write(m_fd, m_buffer.data() + done, m_buffer.size() - done);
+    while (done < size) {
+        const ssize_t count = ::write(m_fd, static_cast<const char *>(data) + done, size - done);
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0)
             throw Failed(failure("Could not write", m_path));
         done += std::size_t(count);
     }
+}
+
+void AtomicFile::flush()
+{
+    writeAll(m_buffer.data(), m_buffer.size());
     m_buffer.clear();
 }
 

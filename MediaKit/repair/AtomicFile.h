@@ -29,6 +29,7 @@ public:
 
 private:
     void flush();
+    void writeAll(const void *data, std::size_t size);
 
     std::string m_path;
     std::string m_temporary;

@@ -210,7 +210,8 @@ private:
             return 0;
         const std::size_t left = m_data.size() - at;
         for (std::uint32_t size : m_pcm->chunkBytes)
-            if (size <= left && (structured(at + size) || timecode(at + size) || zerosAt(at + size)))
+            if (size <= left && (structured(at + size) || timecode(at + size) || zerosAt(at + size) ||
+                                 (m_video && SampleFinder::pictureCutAt(m_video->video, m_data, at + size))))
                 return size;
         // Uneven chunks: any whole number of frames up to the largest chunk seen, up to a
         // picture that is itself followed by a sample.

@@ -322,15 +322,30 @@ void write(const std::string &path, const Output &output, std::span<const std::s
     AtomicFile file(path);
     file.write(head);
     std::uint64_t done = 0;
+    // Samples that follow one another in their source are copied as one run.
+    std::uint16_t runSource = 0;
+    std::uint64_t runStart = 0, runEnd = 0;
+    auto copyRun = [&] {
+        file.write(sources[runSource].subspan(runStart, runEnd - runStart));
+        done += runEnd - runStart;
+        if (progress)
+            progress(double(done) / double(payload ? payload : 1));
+        runStart = runEnd;
+    };
     for (const Placement &p : order) {
         const Movie::Sample &s = output.tracks[p.track].samples[p.sample];
         if (s.source >= sources.size() || s.offset > sources[s.source].size() || s.size > sources[s.source].size() - s.offset)
             throw IsoBox::Malformed("a sample lies outside its file");
-        file.write(sources[s.source].subspan(s.offset, s.size));
-        done += s.size;
-        if (progress && (done & ~std::uint64_t(0xfffff)) != ((done - s.size) & ~std::uint64_t(0xfffff)))
-            progress(double(done) / double(payload ? payload : 1));
+        if (s.source != runSource || s.offset != runEnd || runEnd - runStart >= (std::uint64_t{8} << 20)) {
+            if (runEnd > runStart)
+                copyRun();
+            runSource = s.source;
+            runStart = runEnd = s.offset;
+        }
+        runEnd += s.size;
     }
+    if (runEnd > runStart)
+        copyRun();
     std::vector<std::uint8_t> index;
     IsoBox::write(buildIndex(output, offsets, frames), index);
     file.write(index);
