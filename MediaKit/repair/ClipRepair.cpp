@@ -136,7 +136,7 @@ Lane laneFor(const Movie::Track &track, const IsoBox::Box &trak, std::span<const
 // Walks the media data and hands each sample to its track.
 class Walker {
 public:
-    Walker(std::vector<Lane> &lanes, std::span<const std::uint8_t> data) : m_lanes(lanes), m_data(data)
+    Walker(std::vector<Lane> &lanes, std::span<const std::uint8_t> data) : m_data(data)
     {
         for (Lane &lane : lanes) {
             if (lane.kind == Kind::video && !m_video)
@@ -335,7 +335,6 @@ private:
         return m_data.size();
     }
 
-    std::vector<Lane> &m_lanes;
     std::span<const std::uint8_t> m_data;
     std::size_t m_nearEnd = 0;
     Lane *m_video = nullptr, *m_aac = nullptr, *m_pcm = nullptr, *m_timecode = nullptr, *m_telemetry = nullptr;
@@ -376,7 +375,8 @@ Plan plan(const std::string &clipPath, const std::string &referencePath, const P
 {
     if (referencePath.empty())
         throw Error(Error::Kind::noReference,
-                    "no reference given: repair needs a good clip from the same camera with the same settings (--reference)");
+                    "no reference given: repair needs a good clip (or photo) from the same camera with the same "
+                    "settings (--reference)");
     std::unique_ptr<MappedFile> clipMap, referenceMap;
     Movie::Movie reference;
     try {

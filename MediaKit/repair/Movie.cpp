@@ -145,7 +145,6 @@ void placeSamples(Track &track, const Tables &tables, std::uint64_t fileSize)
     const bool grouped = track.frameBytes != 0;
     std::uint64_t sample = 0;
     std::size_t stscEntry = 0;
-    std::vector<std::uint32_t> durations; // expanded lazily from stts runs
     std::size_t sttsEntry = 0;
     std::uint32_t sttsLeft = tables.timeToSample.empty() ? 0 : tables.timeToSample[0][0];
     std::size_t cttsEntry = 0;
@@ -283,9 +282,9 @@ void readFragments(const ByteSource &source, const std::vector<IsoBox::Header> &
                     sample.offset = offset;
                     sample.duration = runFlags & 0x100 ? r.u32() : local.duration;
                     sample.size = runFlags & 0x200 ? r.u32() : local.size;
-                    std::uint32_t sampleFlags = runFlags & 0x400 ? r.u32() : (i == 0 && hasFirstFlags ? firstFlags : local.flags);
+                    std::uint32_t sampleFlags = runFlags & 0x400 ? r.u32() : local.flags;
                     if (i == 0 && hasFirstFlags)
-                        sampleFlags = firstFlags;
+                        sampleFlags = firstFlags; // the first sample's own flags win
                     sample.composition = runFlags & 0x800 ? std::int32_t(r.u32()) : 0;
                     sample.sync = !(sampleFlags & 0x10000);
                     if (offset > fileSize || sample.size > fileSize - offset) {
