@@ -11,6 +11,9 @@ struct FaceMark {
     /// origin top-left), so that it fits a picture of any size of the same shot.
     QRectF box;
     bool eyesClosed = false;
+    /// The face was too small, too blurred or turned too far for its eyes to be judged; such
+    /// a face counts as a face but never as one with closed eyes.
+    bool eyesUnclear = false;
 
     friend bool operator==(const FaceMark &, const FaceMark &) = default;
 };

@@ -24,7 +24,8 @@ QByteArray encodeMarks(const QList<FaceMark> &marks)
     for (const FaceMark &mark : marks)
         entries << "{\"x\":" + number(mark.box.x()) + ",\"y\":" + number(mark.box.y()) + ",\"w\":"
                        + number(mark.box.width()) + ",\"h\":" + number(mark.box.height())
-                       + ",\"eyesClosed\":" + (mark.eyesClosed ? "true" : "false") + "}";
+                       + ",\"eyesClosed\":" + (mark.eyesClosed ? "true" : "false")
+                       + (mark.eyesUnclear ? ",\"eyesUnclear\":true" : "") + "}";
     return "[" + entries.join(',') + "]";
 }
 
@@ -37,10 +38,13 @@ std::optional<QList<FaceMark>> decodeMarks(const QJsonValue &value)
     for (const QJsonValue &entry : value.toArray()) {
         const QJsonObject object = entry.toObject();
         const QJsonValue x = object.value("x"), y = object.value("y"), w = object.value("w"),
-                         h = object.value("h"), closed = object.value("eyesClosed");
-        if (!x.isDouble() || !y.isDouble() || !w.isDouble() || !h.isDouble() || !closed.isBool())
+                         h = object.value("h"), closed = object.value("eyesClosed"),
+                         unclear = object.value("eyesUnclear");
+        if (!x.isDouble() || !y.isDouble() || !w.isDouble() || !h.isDouble() || !closed.isBool()
+            || !(unclear.isUndefined() || unclear.isBool()))
             return std::nullopt;
-        marks.append({QRectF(x.toDouble(), y.toDouble(), w.toDouble(), h.toDouble()), closed.toBool()});
+        marks.append({QRectF(x.toDouble(), y.toDouble(), w.toDouble(), h.toDouble()), closed.toBool(),
+                      unclear.toBool(false)});
     }
     return marks;
 }

@@ -39,7 +39,7 @@ public:
 
     /// The file's content: {"version":2,"results":{id:{"sharpness","faces","eyesClosed"
     /// [,"faceQuality"][,"faceMarks"]}}}, "faceQuality" only when present, "faceMarks"
-    /// ([{"x","y","w","h","eyesClosed"}, …]) only when there are marks.
+    /// ([{"x","y","w","h","eyesClosed"[,"eyesUnclear"]}, …]) only when there are marks.
     static QByteArray encode(const QHash<QString, Assessment> &results);
     /// The results of a version-2 document, or none when it is malformed or of another version.
     /// An entry without "faceMarks" has none.

@@ -13,9 +13,15 @@ namespace {
 // Below this eye aspect ratio the lids are together whatever else is seen; a squint stays
 // above it.
 constexpr double clearlyClosedRatio = 0.15;
-// The usual blink threshold of the eye aspect ratio: open eyes measure about 0.25–0.35.
-// Squinting and winking eyes fall below it too, so alone it is not enough.
-constexpr double closedRatio = 0.20;
+// Near the usual blink threshold of the eye aspect ratio: open eyes measure about 0.25–0.35.
+// Squinting and winking eyes fall below it too, so alone it is not enough: the open-eye
+// cascade must not see the eye.
+constexpr double closedRatio = 0.22;
+// Both eyes below this, and within evenPairDifference of each other, are closed whatever the
+// cascade says: it fires on some closed lids whose lashes look like an iris. A wink's open
+// eye stays above it or differs more from the closed one.
+constexpr double lowPairRatio = 0.21;
+constexpr double evenPairDifference = 0.035;
 // The larger picture must show the same frame: the face boxes are carried over by scale.
 constexpr double sameProportionsTolerance = 0.02;
 // Face crops are measured at this width so that sharpness does not depend on face size.
@@ -26,6 +32,8 @@ constexpr int sharpnessWidth = 128;
 constexpr double sharpnessScale = 100.0;
 // A face this wide (fraction of the picture) or wider is large enough for full marks.
 constexpr double fullSizeWidth = 0.10;
+
+enum class EyeVerdict { open, closed, unclear };
 
 struct Face {
     QRectF box;
@@ -64,13 +72,18 @@ double laplacianVariance(const QImage &grey)
     return squares / double(count) - mean * mean;
 }
 
-double sharpnessTerm(const QImage &grey, const QRectF &box)
+// The detail of a face: the Laplacian variance of its box scaled to sharpnessWidth.
+double laplacianVarianceOf(const QImage &grey, const QRectF &box)
 {
     const QRect area = box.toAlignedRect() & grey.rect();
     if (area.width() < 2 || area.height() < 2)
         return 0;
-    const QImage crop = grey.copy(area).scaledToWidth(sharpnessWidth, Qt::SmoothTransformation);
-    const double variance = laplacianVariance(crop);
+    return laplacianVariance(grey.copy(area).scaledToWidth(sharpnessWidth, Qt::SmoothTransformation));
+}
+
+double sharpnessTerm(const QImage &grey, const QRectF &box)
+{
+    const double variance = laplacianVarianceOf(grey, box);
     return variance / (variance + sharpnessScale);
 }
 
@@ -146,25 +159,32 @@ std::optional<QImage> largerGrey(const QImage &grey,
     return picture->convertToFormat(QImage::Format_Grayscale8);
 }
 
-// The eye pass: the counted faces carried over to `eyes` and judged there, one verdict
-// (closed or not) per face; none for a face whose eyes could not be judged.
-std::vector<std::optional<bool>> judgeEyes(const FaceModels &models, const QImage &eyes,
-                                           const std::vector<Face> &counted, double scale)
+// The eye pass: the counted faces carried over to `eyes` and judged there, one verdict per
+// face; none for a face whose landmarks or open-eye evidence could not be had there.
+std::vector<std::optional<EyeVerdict>> judgeEyes(const FaceModels &models, const QImage &eyes,
+                                                 const std::vector<Face> &counted, double scale)
 {
-    std::vector<std::optional<bool>> verdicts;
+    std::vector<std::optional<EyeVerdict>> verdicts;
     for (const Face &face : counted) {
         const QRectF box(face.box.topLeft() * scale, face.box.size() * scale);
-        const std::optional<FaceShape> shape =
-            wideEnough(box, eyes.width()) ? models.shape(eyes, box, true) : std::nullopt;
+        if (box.width() < FaceCheck::minimumEyeFacePixels) {
+            verdicts.push_back(EyeVerdict::unclear);
+            continue;
+        }
+        const std::optional<FaceShape> shape = models.shape(eyes, box, true);
+        if (shape && (poseTerm(*shape) < FaceCheck::minimumFrontal
+                      || laplacianVarianceOf(eyes, box) < FaceCheck::minimumFaceDetail)) {
+            verdicts.push_back(EyeVerdict::unclear);
+            continue;
+        }
         if (!shape || !shape->eyesSeen) {
             verdicts.push_back(std::nullopt);
             continue;
         }
-        const bool leftClosed = FaceCheck::eyeClosed(
-            FaceCheck::eyeAspectRatio(eyePoints(*shape, 36)), (*shape->eyesSeen)[0]);
-        const bool rightClosed = FaceCheck::eyeClosed(
-            FaceCheck::eyeAspectRatio(eyePoints(*shape, 42)), (*shape->eyesSeen)[1]);
-        verdicts.push_back(leftClosed && rightClosed);
+        const FaceCheck::EyeEvidence evidence{FaceCheck::eyeAspectRatio(eyePoints(*shape, 36)),
+                                              FaceCheck::eyeAspectRatio(eyePoints(*shape, 42)),
+                                              (*shape->eyesSeen)[0], (*shape->eyesSeen)[1]};
+        verdicts.push_back(FaceCheck::bothEyesClosed(evidence) ? EyeVerdict::closed : EyeVerdict::open);
     }
     return verdicts;
 }
@@ -216,17 +236,23 @@ FaceFindings check(const FaceModels &models, const QImage &working,
 
     const std::optional<QImage> big = largerGrey(grey, larger);
     const QImage &eyes = big ? *big : grey;
-    const std::vector<std::optional<bool>> verdicts =
+    const std::vector<std::optional<EyeVerdict>> verdicts =
         judgeEyes(models, eyes, counted, double(eyes.width()) / grey.width());
-    // Once the eye pass judged any face it decides for all (a face it could not judge counts
-    // as open); only when it judged none does the working picture's openness decide. The
-    // counts are taken from the marks so that the two can never disagree.
-    const bool eyePassJudged = std::any_of(verdicts.begin(), verdicts.end(),
-                                           [](const std::optional<bool> &v) { return v.has_value(); });
+    // Once the eye pass judged any face it decides for all (a face whose landmarks it could
+    // not find there is not clear); only when it could judge none (no eye cascade) does the
+    // working picture's openness decide. The counts are taken from the marks so that the two
+    // can never disagree.
+    const bool eyePassJudged = std::any_of(verdicts.begin(), verdicts.end(), [](const std::optional<EyeVerdict> &v) {
+        return v && *v != EyeVerdict::unclear;
+    });
     for (std::size_t i = 0; i < counted.size(); ++i) {
-        const bool closed = eyePassJudged ? verdicts[i].value_or(false) : closedByOpenness(counted[i]);
-        findings.faceMarks.append({fractionOf(counted[i].box, grey.size()), closed});
-        findings.eyesClosed += closed ? 1 : 0;
+        const EyeVerdict verdict = verdicts[i]    ? *verdicts[i]
+                                   : eyePassJudged ? EyeVerdict::unclear
+                                   : closedByOpenness(counted[i]) ? EyeVerdict::closed
+                                                                  : EyeVerdict::open;
+        findings.faceMarks.append({fractionOf(counted[i].box, grey.size()), verdict == EyeVerdict::closed,
+                                   verdict == EyeVerdict::unclear});
+        findings.eyesClosed += verdict == EyeVerdict::closed ? 1 : 0;
     }
     findings.faces = int(findings.faceMarks.size());
     return findings;
@@ -260,9 +286,16 @@ double eyeAspectRatio(const std::vector<QPointF> &points)
     return (distance(1, 5) + distance(2, 4)) / (2 * corners);
 }
 
-bool eyeClosed(double aspectRatio, bool openEyeSeen)
+bool bothEyesClosed(const EyeEvidence &eyes)
 {
-    return aspectRatio < clearlyClosedRatio || (!openEyeSeen && aspectRatio < closedRatio);
+    const auto closed = [](double ratio, bool seen) { return ratio < clearlyClosedRatio || (!seen && ratio < closedRatio); };
+    if (closed(eyes.leftRatio, eyes.leftSeen) && closed(eyes.rightRatio, eyes.rightSeen))
+        return true;
+    // Lowered lids on both sides alike, even where the cascade took them for open eyes; a
+    // wink narrows the open eye too, but less than the closed one, and the cascade tells
+    // its two eyes apart.
+    return eyes.leftSeen == eyes.rightSeen && std::max(eyes.leftRatio, eyes.rightRatio) < lowPairRatio
+           && std::abs(eyes.leftRatio - eyes.rightRatio) < evenPairDifference;
 }
 
 } // namespace FaceCheck

@@ -50,11 +50,12 @@ constexpr double opennessThreshold = 0.12;
 /// or does not match, the working picture is used.
 ///
 /// Faces are found on the working picture (dlib's HOG detector on the picture doubled) and
-/// each gets 68 landmarks and a quality. Eyes are then judged on the larger picture: an eye
-/// is closed when its landmark aspect ratio says so (see eyeClosed), using OpenCV's open-eye
-/// cascade as the second witness. When that pass judges no face (without the eye cascade,
-/// or when no landmarks are found there), the working picture's landmark openness decides
-/// (both eyes below opennessThreshold).
+/// each gets 68 landmarks and a quality. Eyes are then judged on the larger picture: closed
+/// when the landmarks' aspect ratios say so (see bothEyesClosed), using OpenCV's open-eye
+/// cascade as the second witness. A face too small there, too blurred or turned too far is
+/// marked eyesUnclear and never counts as closed. When that pass judges no face (without the
+/// eye cascade), the working picture's landmark openness decides (both eyes below
+/// opennessThreshold).
 ///
 /// Face quality ranks captures of the same face (the better frame of a burst scores higher);
 /// it is not comparable between different people. It is
@@ -82,8 +83,25 @@ double openness(const std::vector<QPointF> &points);
 /// 1 when there are not six points or the corners coincide.
 double eyeAspectRatio(const std::vector<QPointF> &points);
 
-/// Whether the eye pass counts an eye as closed: its aspect ratio is below 0.15, or below
-/// 0.20 (the usual blink threshold) while the open-eye cascade does not see it.
-bool eyeClosed(double aspectRatio, bool openEyeSeen);
+/// What the eye pass knows of one face's eyes: each eye's aspect ratio (see eyeAspectRatio)
+/// and whether the open-eye cascade sees it, image-left then image-right.
+struct EyeEvidence {
+    double leftRatio = 1, rightRatio = 1;
+    bool leftSeen = true, rightSeen = true;
+};
+
+/// Whether a face has both eyes closed: each eye's aspect ratio below 0.15, or below 0.22
+/// while the open-eye cascade does not see it; or both below 0.21 and within 0.035 of each
+/// other, the cascade seeing both or neither (lids lowered alike). A wink, one eye shut and the other open, is not closed.
+bool bothEyesClosed(const EyeEvidence &eyes);
+
+/// Below this width in the picture the eyes are judged on (pixels), a face's eyes are too
+/// small to tell apart open from closed: it counts as a face with eyes not clear.
+constexpr double minimumEyeFacePixels = 48;
+/// A face turned further than this (the balance of the nose between the two sides of the jaw,
+/// 1 frontal, about 0.3 at a half profile) has eyes not clear.
+constexpr double minimumFrontal = 0.3;
+/// A face whose Laplacian variance at 128 px wide is below this is too blurred for its eyes.
+constexpr double minimumFaceDetail = 8;
 
 } // namespace FaceCheck

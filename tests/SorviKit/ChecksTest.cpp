@@ -136,7 +136,9 @@ TEST(AssessmentStore, WritesFaceQualityOnlyWhenPresentOneFilePerFolderAndStartsE
 {
     QTemporaryDir catalogs, folder, other;
     AssessmentStore store(folder.path(), catalogs.path());
-    const Assessment marked{812.25, 2, 1, 0.625, {{QRectF(0.1, 0.2, 1.0 / 3, 0.3), true}, {QRectF(0.5, 0, 0.25, 0.4), false}}};
+    const Assessment marked{812.25, 3, 1, 0.625,
+                            {{QRectF(0.1, 0.2, 1.0 / 3, 0.3), true, false}, {QRectF(0.5, 0, 0.25, 0.4), false, false},
+                             {QRectF(0.8, 0.1, 0.05, 0.06), false, true}}};
     store.set(marked, "DCIM/IMG_0001");
     store.set(Assessment{0.1, 0, 0, std::nullopt, {}}, "DCIM/IMG_0002");
     store.save();

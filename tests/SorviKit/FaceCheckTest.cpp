@@ -142,6 +142,29 @@ TEST(FaceCheckCorpus, MatchesLabels)
     EXPECT_EQ(winksClosed, 0);
 }
 
+// The eye verdict on faces no one would argue about: a person asleep, the same person
+// winking, and a face too small to see its eyes.
+TEST(FaceCheckCorpus, ClosedPairWinkAndSmallFace)
+{
+    SKIP_WITHOUT_CORPUS();
+    SKIP_WITHOUT_FACE_MODELS();
+    const FaceFindings asleep = checkFile(faces("yale/subject03_sleepy.jpg"));
+    ASSERT_EQ(asleep.faceMarks.size(), 1);
+    EXPECT_TRUE(asleep.faceMarks[0].eyesClosed);
+    EXPECT_FALSE(asleep.faceMarks[0].eyesUnclear);
+    for (const QString subject : {"03", "04"}) {
+        const FaceFindings wink = checkFile(faces("yale/subject" + subject + "_wink.jpg"));
+        ASSERT_EQ(wink.faceMarks.size(), 1) << subject.toStdString();
+        EXPECT_EQ(wink.eyesClosed, 0) << "a wink is not closed eyes: " << subject.toStdString();
+    }
+    // At a third of its size the face is about 44 px wide and no larger picture exists.
+    const QImage full = preview(faces("yale/subject01_sleepy.jpg"), 1024);
+    const FaceFindings small = FaceCheck::check(full.scaled(full.size() / 3, Qt::IgnoreAspectRatio, Qt::SmoothTransformation), {});
+    ASSERT_EQ(small.faces, 1) << "still counted as a face";
+    EXPECT_TRUE(small.faceMarks[0].eyesUnclear);
+    EXPECT_EQ(small.eyesClosed, 0);
+}
+
 TEST(FaceCheckCorpus, QualityRanksTheBetterFrame)
 {
     SKIP_WITHOUT_CORPUS();
