@@ -34,6 +34,7 @@ SorviModel::SorviModel(Options options, QObject *parent)
     m_showChecks = settings.value(QLatin1String(showChecksKey), true).toBool();
     m_showInspector = settings.value(QLatin1String(showInspectorKey), false).toBool();
     m_keepZoom = settings.value(QLatin1String(keepZoomKey), false).toBool();
+    m_checkThresholds = CheckSettings::read(settings);
     m_stepStatus = stepStatus();
     // Session tasks mostly wait for their loops, which run on the global pool; a few
     // may overlap while cancelled ones wind down.

@@ -189,6 +189,11 @@ public:
     void setShowChecks(bool on);
     void setShowInspector(bool on);
     void setKeepZoom(bool on);
+    /// The thresholds soft shots and bursts are marked by (kept in the user's settings).
+    CheckThresholds checkThresholds() const { return m_checkThresholds; }
+    /// Keeps new thresholds and marks the open folder's stored results again by them
+    /// (bursts regrouped, soft shots and best frames chosen anew); no check runs again.
+    void setCheckThresholds(const CheckThresholds &thresholds);
     /// Not remembered: clipping marks are a look taken now and then.
     void setShowClipping(bool on);
 
@@ -293,6 +298,7 @@ signals:
     void checkingChanged();
     void checkedChanged();
     void showChecksChanged();
+    void checkThresholdsChanged();
     void showInspectorChanged();
     void keepZoomChanged();
     void showClippingChanged();
@@ -367,6 +373,9 @@ private:
     AssessmentMap m_assessments;
     IdSet m_soft;
     IdSet m_bestOfBurst;
+    CheckThresholds m_checkThresholds;
+    /// Marks soft shots and best frames from the stored results by the current thresholds.
+    void remark();
     bool m_checking = false;
     int m_checked = 0;
     bool m_showChecks = true;

@@ -2,6 +2,7 @@
 // what they report reaches the GUI thread only while the folder is still the open one.
 #include "SorviApp/model/SorviModel.h"
 
+#include "SorviKit/checks/Bursts.h"
 #include "SorviKit/library/Catalog.h"
 
 #include <QDir>
@@ -100,6 +101,8 @@ FolderSession::Options SorviModel::sessionOptions()
     options.writer = &m_writer;
     options.writeFile = m_options.writeFile;
     options.previews = &m_previews;
+    options.burstGapSeconds = m_checkThresholds.burstGapSeconds;
+    options.softFraction = m_checkThresholds.softFraction;
     // Not tied to a generation: a write of the folder before that failed is still news.
     options.storeEvents = [this](const StoreEvent &event) {
         if (!m_stopping)
@@ -159,16 +162,40 @@ void SorviModel::publishListed(const QList<Shot> &shots, const RatingMap &rating
 void SorviModel::publishDetailed(const QList<Shot> &shots, const QList<QStringList> &groups)
 {
     setShots(shots);
-    setBursts(numbered(groups));
+    // The thresholds may have changed while the details were read.
+    setBursts(numbered(m_session && m_session->options().burstGapSeconds == m_checkThresholds.burstGapSeconds
+                           ? groups
+                           : Bursts::group(shots, m_checkThresholds.burstGapSeconds)));
     setDetailsRead(int(shots.size()));
     setLoading(false);
+}
+
+void SorviModel::setCheckThresholds(const CheckThresholds &thresholds)
+{
+    const CheckThresholds wanted = CheckSettings::clamped(thresholds);
+    if (wanted == m_checkThresholds)
+        return;
+    const bool regroup = wanted.burstGapSeconds != m_checkThresholds.burstGapSeconds;
+    m_checkThresholds = wanted;
+    noteSettingsWrite(CheckSettings::write(wanted));
+    if (regroup && !m_loading)
+        setBursts(numbered(Bursts::group(m_shots, wanted.burstGapSeconds)));
+    remark();
+    emit checkThresholdsChanged();
+}
+
+void SorviModel::remark()
+{
+    const CheckMarks marks = FolderSession::marks(m_assessments, burstGroups(), m_checkThresholds.softFraction);
+    setSoft(marks.soft);
+    setBestOfBurst(marks.bestOfBurst);
 }
 
 void SorviModel::publishChecks(const CheckMarks &marks)
 {
     setAssessments(marks.results);
-    setSoft(marks.soft);
-    setBestOfBurst(marks.bestOfBurst);
+    // Marked here rather than taken from the run, which began under the thresholds of its day.
+    remark();
 }
 
 void SorviModel::noteStoreEvent(const StoreEvent &event)

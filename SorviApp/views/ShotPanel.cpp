@@ -6,6 +6,7 @@
 #include "SorviApp/views/RatingBadges.h"
 #include "SorviApp/views/ShotImage.h"
 #include "SorviApp/views/ZoomGeometry.h"
+#include "SorviKit/checks/CheckReasons.h"
 #include "SorviKit/core/CpuShare.h"
 #include "SorviKit/previews/PreviewLoader.h"
 
@@ -30,15 +31,6 @@ using Label = Rating::Label;
 const QString greyText = QStringLiteral("color: #7a7a7a;");
 
 QString starText(int stars) { return stars == 1 ? QStringLiteral("1 star") : QStringLiteral("%1 stars").arg(stars); }
-
-QString facesText(const Assessment &result)
-{
-    if (result.faces == 0)
-        return QStringLiteral("None found");
-    if (result.eyesClosed > 0)
-        return QStringLiteral("%1 \u00B7 eyes closed on %2").arg(result.faces).arg(result.eyesClosed);
-    return QStringLiteral("%1 \u00B7 eyes open").arg(result.faces);
-}
 
 // The size as the photo stands, quarter turns applied.
 QString sizeText(const Shot &shot)
@@ -461,13 +453,17 @@ void ShotPanel::refreshChecks()
     m_checksState->setText(checked ? QString()
                                    : m_model.checking() ? QStringLiteral("Checking") : QStringLiteral("Not checked"));
     m_checksState->setVisible(!checked);
-    setRow(QStringLiteral("Focus"), !checked                      ? QString()
-                                    : m_model.soft().contains(id) ? QStringLiteral("Soft: much less sharp than the rest of the shoot")
-                                                                  : QStringLiteral("Sharp"));
-    setRow(QStringLiteral("Faces"), checked ? facesText(*result) : QString());
-    setRow(QStringLiteral("Frame"), !checked || !m_model.bursts().contains(id) ? QString()
-                                    : m_model.bestOfBurst().contains(id)       ? QStringLiteral("Best of this burst")
-                                                                               : QStringLiteral("Another frame is better"));
+    setRow(QStringLiteral("Focus"), checked ? CheckReasons::focus(id, results, m_model.soft()) : QString());
+    setRow(QStringLiteral("Faces"), checked ? CheckReasons::faces(*result) : QString());
+    QString frame;
+    if (checked && m_model.bursts().contains(id)) {
+        const QList<QStringList> groups = m_model.burstGroups();
+        const auto burst = std::find_if(groups.begin(), groups.end(), [&](const QStringList &g) { return g.contains(id); });
+        if (burst != groups.end())
+            frame = CheckReasons::burst(id, *burst, results, m_model.bestOfBurst(),
+                                        [](const QString &other) { return other.section(QLatin1Char('/'), -1); });
+    }
+    setRow(QStringLiteral("Frame"), frame);
     const AIPickMap picks = m_model.aiPicks();
     const auto pick = picks.constFind(id);
     setRow(QStringLiteral("Chosen"), pick == picks.cend() ? QString() : QStringLiteral("Chosen: ") + *pick);
@@ -514,7 +510,10 @@ void ShotPanel::refreshFaces()
             picture->setFixedSize(faceSide, faceSide);
             picture->setStyleSheet(QStringLiteral("background: #cfcfcf; border-radius: 4px;")); // until the crop arrives
             tileColumn->addWidget(picture);
-            auto *caption = new QLabel(mark.eyesClosed ? QStringLiteral("Eyes closed") : QStringLiteral("Eyes open"), tileBox);
+            auto *caption = new QLabel(mark.eyesClosed    ? QStringLiteral("Eyes closed")
+                                       : mark.eyesUnclear ? QStringLiteral("Eyes not clear")
+                                                          : QStringLiteral("Eyes open"),
+                                       tileBox);
             caption->setAlignment(Qt::AlignHCenter);
             caption->setStyleSheet(mark.eyesClosed ? QStringLiteral("color: %1;").arg(RatingBadges::rejectColour.name())
                                                    : greyText);

@@ -121,20 +121,15 @@ QString eyeReport(const QImage &image, int orientation)
     return FaceCheck::check(PreviewLoader::upright(image, orientation), {}).eyeReport;
 }
 
-namespace {
-
-// Whether frame `candidate` beats the best frame so far.
-bool isBetter(const Assessment &candidate, const Assessment &best)
+Edge edge(const Assessment &candidate, const Assessment &other)
 {
-    const bool candidateClosed = candidate.eyesClosed > 0, bestClosed = best.eyesClosed > 0;
-    if (candidateClosed != bestClosed)
-        return bestClosed;
-    if (candidate.faceQuality && best.faceQuality && std::abs(*candidate.faceQuality - *best.faceQuality) > 0.05)
-        return *candidate.faceQuality > *best.faceQuality;
-    return candidate.sharpness > best.sharpness;
+    const bool candidateClosed = candidate.eyesClosed > 0, otherClosed = other.eyesClosed > 0;
+    if (candidateClosed != otherClosed)
+        return otherClosed ? Edge::eyesOpen : Edge::none;
+    if (candidate.faceQuality && other.faceQuality && std::abs(*candidate.faceQuality - *other.faceQuality) > 0.05)
+        return *candidate.faceQuality > *other.faceQuality ? Edge::betterFaces : Edge::none;
+    return candidate.sharpness > other.sharpness ? Edge::sharper : Edge::none;
 }
-
-} // namespace
 
 QSet<QString> bestOfBursts(const QList<QStringList> &bursts, const QHash<QString, Assessment> &results)
 {
@@ -146,23 +141,32 @@ QSet<QString> bestOfBursts(const QList<QStringList> &bursts, const QHash<QString
             continue;
         QString winner = burst.first();
         for (const QString &id : burst)
-            if (isBetter(results[id], results[winner]))
+            if (edge(results[id], results[winner]) != Edge::none)
                 winner = id;
         best.insert(winner);
     }
     return best;
 }
 
-QSet<QString> soft(const QHash<QString, Assessment> &results, double fraction)
+std::optional<double> typicalSharpness(const QHash<QString, Assessment> &results)
 {
     std::vector<double> values;
     values.reserve(std::size_t(results.size()));
     for (const Assessment &assessment : results)
         values.push_back(assessment.sharpness);
     if (values.size() <= 4)
+        return std::nullopt; // too few to judge
+    const auto middle = values.begin() + std::ptrdiff_t(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+QSet<QString> soft(const QHash<QString, Assessment> &results, double fraction)
+{
+    const std::optional<double> typical = typicalSharpness(results);
+    if (!typical)
         return {};
-    std::sort(values.begin(), values.end());
-    const double limit = values[values.size() / 2] * fraction;
+    const double limit = *typical * fraction;
     QSet<QString> result;
     for (auto it = results.begin(); it != results.end(); ++it)
         if (it->sharpness < limit)

@@ -42,10 +42,25 @@ double sharpness(const QImage &image);
 /// face box width as a fraction of the picture's), joined into one line. For diagnosis.
 QString eyeReport(const QImage &image, int orientation);
 
+/// What makes one frame of a burst better than another, in the order it is asked.
+enum class Edge {
+    none,        ///< not better: the earlier of the two is kept
+    eyesOpen,    ///< the other has closed eyes, this one not
+    betterFaces, ///< a face quality more than 0.05 higher
+    sharper,     ///< strictly greater sharpness
+};
+
+/// What makes `candidate` better than `other`; Edge::none when it is not better.
+Edge edge(const Assessment &candidate, const Assessment &other);
+
 /// The best frame of each burst whose frames are all assessed: open eyes beat closed
 /// eyes, then a face quality more than 0.05 higher, then strictly greater sharpness;
 /// ties keep the earlier frame.
 QSet<QString> bestOfBursts(const QList<QStringList> &bursts, const QHash<QString, Assessment> &results);
+
+/// The shoot's typical sharpness that soft shots are measured against: the median of the
+/// results (the upper middle value for an even count); none for 4 or fewer results.
+std::optional<double> typicalSharpness(const QHash<QString, Assessment> &results);
 
 /// Shots whose sharpness is below `fraction` of the shoot's median (the upper middle
 /// value for an even count). Nothing is soft among 4 or fewer assessed shots.

@@ -4,6 +4,7 @@
 // it. It may use every other folder of the photo-logic library; nothing there uses it.
 
 #include "SorviKit/checks/Assessment.h"
+#include "SorviKit/checks/CheckSettings.h"
 #include "SorviKit/core/Rating.h"
 #include "SorviKit/core/StoreFile.h"
 #include "SorviKit/library/Catalog.h"
@@ -52,8 +53,8 @@ class FolderSession {
 public:
     /// Seconds between two frames of one burst, and the fraction of the shoot's median
     /// sharpness below which a shot is soft.
-    static constexpr double defaultBurstGapSeconds = 1.0;
-    static constexpr double defaultSoftFraction = 0.1;
+    static constexpr double defaultBurstGapSeconds = CheckThresholds().burstGapSeconds;
+    static constexpr double defaultSoftFraction = CheckThresholds().softFraction;
     /// The preview cache a session makes for itself when none is given: checks look at
     /// each picture once, so it only holds what the workers are looking at.
     static constexpr qint64 ownPreviewCacheBytes = 256'000'000;
@@ -85,6 +86,7 @@ public:
     FolderSession &operator=(const FolderSession &) = delete;
 
     QString folder() const { return m_folder; }
+    const Options &options() const { return m_options; }
 
     /// Stage 1: the folder's shots in order, with only id and files. An unreadable folder has none.
     QList<Shot> listShots();

@@ -1,10 +1,15 @@
 #include "BrowserHarness.h"
 
+#include "SorviApp/views/ChecksSettingsView.h"
 #include "SorviApp/views/FaceCrops.h"
 #include "SorviApp/views/ShotPanel.h"
 #include "SorviKit/checks/AssessmentStore.h"
 
 #include <QCheckBox>
+#include <QDoubleSpinBox>
+#include <QPushButton>
+#include <QSettings>
+#include <QSpinBox>
 #include <QToolButton>
 
 #include <numeric>
@@ -83,13 +88,13 @@ TEST(ShotPanel, StoredChecksAndFaceCloseUps)
     const QString withFaces = listed[0].id, soft = listed[1].id, eyesOpen = listed[2].id;
     const QList<FaceMark> marks{{QRectF(0.1, 0.2, 0.15, 0.2), false},
                                 {QRectF(0.45, 0.25, 0.12, 0.18), true},
-                                {QRectF(0.9, 0.85, 0.1, 0.15), false}};
+                                {QRectF(0.9, 0.85, 0.1, 0.15), false, true}};
     {
         AssessmentStore results(folder, store.path());
         for (const Shot &shot : listed)
             results.set({100, 0, 0, std::nullopt, {}}, shot.id);
         results.set({100, 3, 1, 0.8, marks}, withFaces);
-        results.set({1, 0, 0, std::nullopt, {}}, soft);
+        results.set({5, 0, 0, std::nullopt, {}}, soft);
         results.set({100, 2, 0, 0.9, {}}, eyesOpen);
         results.save();
         results.flush();
@@ -103,17 +108,41 @@ TEST(ShotPanel, StoredChecksAndFaceCloseUps)
     const BurstMap bursts = model.bursts();
 
     model.setSelection(soft);
-    EXPECT_EQ(panel.value("Focus"), QStringLiteral("Soft: much less sharp than the rest of the shoot"));
+    EXPECT_EQ(panel.value("Focus"), QStringLiteral("Soft: 5 % of the shoot's typical sharpness"));
     EXPECT_EQ(panel.value("Faces"), QStringLiteral("None found"));
     EXPECT_EQ(panel.checksState(), QString());
-    EXPECT_EQ(panel.value("Frame"), QStringLiteral("Another frame is better"));
+    ASSERT_TRUE(bursts.contains(soft) && bursts[soft] == bursts.value(eyesOpen)) << "the demo's first burst";
+    EXPECT_TRUE(panel.value("Frame").startsWith(QStringLiteral("Another frame is better: "))) << panel.value("Frame").toStdString();
     model.setSelection(eyesOpen);
     EXPECT_EQ(panel.value("Faces"), QStringLiteral("2 · eyes open"));
-    ASSERT_TRUE(bursts.contains(soft) && bursts[soft] == bursts.value(eyesOpen)) << "the demo's first burst";
-    EXPECT_EQ(panel.value("Frame"), QStringLiteral("Best of this burst")) << "sharper than the soft frame";
+    EXPECT_TRUE(panel.value("Frame").startsWith(QStringLiteral("Best of this burst: "))) << panel.value("Frame").toStdString();
     model.setSelection(withFaces);
-    EXPECT_EQ(panel.value("Focus"), QStringLiteral("Sharp"));
-    EXPECT_EQ(panel.value("Faces"), QStringLiteral("3 · eyes closed on 1"));
+    EXPECT_EQ(panel.value("Focus"), QStringLiteral("Sharp: 100 % of the shoot's typical sharpness"));
+    EXPECT_EQ(panel.value("Faces"), QStringLiteral("3 · eyes closed on 1: the 2nd from the left · eyes not clear on 1"));
+    // The settings page marks the stored results again by its thresholds, checking nothing anew.
+    ChecksSettingsView page(model);
+    page.resize(480, 300);
+    page.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&page));
+    EXPECT_EQ(page.softPercent()->value(), 10) << "the default";
+    EXPECT_FALSE(page.defaultsButton()->isEnabled());
+    const QString before = page.summary();
+    EXPECT_TRUE(before.startsWith(QStringLiteral("In this folder: 1 soft photo, "))) << before.toStdString();
+    page.softPercent()->setValue(page.softPercent()->minimum());
+    EXPECT_FALSE(model.soft().contains(soft)) << "5 is not below 2 % of 100";
+    EXPECT_EQ(QSettings().value(CheckSettings::softFractionKey).toDouble(), 0.02);
+    model.setSelection(soft);
+    EXPECT_EQ(panel.value("Focus"), QStringLiteral("Sharp: 5 % of the shoot's typical sharpness"));
+    page.burstGap()->setValue(0.1);
+    EXPECT_TRUE(model.bursts().isEmpty()) << "the demo's frames are further apart";
+    EXPECT_EQ(panel.value("Frame"), QString());
+    saveScreenshot(page.grab().toImage(), QStringLiteral("checks-settings"));
+    page.defaultsButton()->click();
+    EXPECT_EQ(model.checkThresholds(), CheckThresholds());
+    EXPECT_EQ(page.burstGap()->value(), 1.0);
+    EXPECT_EQ(model.bursts(), bursts);
+    EXPECT_EQ(page.summary(), before);
+    model.setSelection(withFaces);
     EXPECT_EQ(panel.value("Chosen"), QString());
     model.setAIPicks({{withFaces, QStringLiteral("Sharp eyes and the best light")}});
     EXPECT_EQ(panel.value("Chosen"), QStringLiteral("Chosen: Sharp eyes and the best light"));
