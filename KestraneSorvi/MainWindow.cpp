@@ -1,6 +1,7 @@
 #include "MainWindow.h"
 
 #include "SorviApp/views/BrowserView.h"
+#include "SorviApp/views/ChecksSettingsView.h"
 #include "SorviApp/views/SettingsWindow.h"
 #include "SorviApp/model/SorviModel.h"
 #include "SorviApp/views/WelcomeView.h"
@@ -44,8 +45,10 @@ QString MainWindow::pickerMessage()
 
 void MainWindow::showSettings()
 {
-    if (!m_settingsWindow)
+    if (!m_settingsWindow) {
         m_settingsWindow = new SettingsWindow(this);
+        m_settingsWindow->addPage(new ChecksSettingsView(m_model), QStringLiteral("Checks"));
+    }
     m_settingsWindow->show();
     m_settingsWindow->raise();
     m_settingsWindow->activateWindow();
