@@ -139,6 +139,10 @@ void SorviModel::setSelection(const QString &id)
     // selection changes, so no view zooms into the new photo only to leave it again.
     if (!m_keepZoom)
         setZoomed(false);
+    {
+        const QMutexLocker locker(&m_checkFirst->lock);
+        m_checkFirst->selection = id;
+    }
     assign(m_selection, id, &SorviModel::selectionChanged);
 }
 

@@ -18,6 +18,7 @@
 #include <QSet>
 #include <QString>
 #include <QStringList>
+#include <QMutex>
 #include <QThreadPool>
 
 #include <atomic>
@@ -191,6 +192,9 @@ public:
     void setKeepZoom(bool on);
     /// The thresholds soft shots and bursts are marked by (kept in the user's settings).
     CheckThresholds checkThresholds() const { return m_checkThresholds; }
+    /// The shots a view shows now (the grid's screenful); the checks take these, and the
+    /// selection, before the others.
+    void setShotsInView(const QStringList &ids);
     /// Keeps new thresholds and marks the open folder's stored results again by them
     /// (bursts regrouped, soft shots and best frames chosen anew); no check runs again.
     void setCheckThresholds(const CheckThresholds &thresholds);
@@ -374,6 +378,15 @@ private:
     IdSet m_soft;
     IdSet m_bestOfBurst;
     CheckThresholds m_checkThresholds;
+    /// What the check workers take first: the selection and the shots in view. Written on
+    /// the GUI thread, read by the workers, hence its own lock; shared so that a session's
+    /// workers may outlive nothing they read.
+    struct CheckFirst {
+        QMutex lock;
+        QString selection;
+        QStringList inView;
+    };
+    std::shared_ptr<CheckFirst> m_checkFirst = std::make_shared<CheckFirst>();
     /// Marks soft shots and best frames from the stored results by the current thresholds.
     void remark();
     bool m_checking = false;

@@ -103,6 +103,10 @@ FolderSession::Options SorviModel::sessionOptions()
     options.previews = &m_previews;
     options.burstGapSeconds = m_checkThresholds.burstGapSeconds;
     options.softFraction = m_checkThresholds.softFraction;
+    options.checkFirst = [first = m_checkFirst] {
+        const QMutexLocker locker(&first->lock);
+        return first->selection.isEmpty() ? first->inView : QStringList{first->selection} + first->inView;
+    };
     // Not tied to a generation: a write of the folder before that failed is still news.
     options.storeEvents = [this](const StoreEvent &event) {
         if (!m_stopping)
@@ -182,6 +186,12 @@ void SorviModel::setCheckThresholds(const CheckThresholds &thresholds)
         setBursts(numbered(Bursts::group(m_shots, wanted.burstGapSeconds)));
     remark();
     emit checkThresholdsChanged();
+}
+
+void SorviModel::setShotsInView(const QStringList &ids)
+{
+    const QMutexLocker locker(&m_checkFirst->lock);
+    m_checkFirst->inView = ids;
 }
 
 void SorviModel::remark()

@@ -179,7 +179,19 @@ void GridView::paintEvent(QPaintEvent *event)
         const ShotImage *image = imageFor(index, visiblePriority);
         cell(index).paint(painter, rect, image->image(), image->hasFailed(), palette);
     }
+    noteShotsInView(firstRow * m_columns, end);
     dropFar();
+}
+
+void GridView::noteShotsInView(int from, int to)
+{
+    QStringList ids;
+    for (int index = std::max(0, from); index < to; ++index)
+        ids << m_shots[index].id;
+    if (ids != m_shotsInView) {
+        m_shotsInView = ids;
+        m_model.setShotsInView(ids);
+    }
 }
 
 void GridView::requestNear()

@@ -6,6 +6,7 @@
 #include <QAbstractScrollArea>
 #include <QHash>
 #include <QList>
+#include <QStringList>
 #include <QThreadPool>
 #include <QTimer>
 
@@ -59,6 +60,8 @@ protected:
 
 private:
     void reloadShots();
+    /// Tells the model which shots the screen shows, so that they are checked first.
+    void noteShotsInView(int from, int to);
     void relayout();
     void scrollToSelection();
     std::pair<int, int> rowsInView() const; ///< first and last row touching the viewport
@@ -71,6 +74,7 @@ private:
 
     SorviModel &m_model;
     QList<Shot> m_shots;          ///< the model's visibleShots, refreshed on its signal
+    QStringList m_shotsInView;    ///< as last told to the model
     QHash<QString, int> m_indexOf; ///< shot id → index in m_shots
     int m_columns = 1;
     QThreadPool m_pool;

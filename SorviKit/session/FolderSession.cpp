@@ -84,7 +84,8 @@ FolderSession::Checked FolderSession::check(const Progress &progress)
             m_ownPreviews = std::make_unique<PreviewLoader>(ownPreviewCacheBytes);
         previews = m_ownPreviews.get();
     }
-    const CheckRun::Outcome outcome = CheckRun::checkPending(m_shots, *m_checks, *previews, progress, m_stop.get_token());
+    const CheckRun::Outcome outcome = CheckRun::checkPending(m_shots, *m_checks, *previews, progress, m_stop.get_token(),
+                                                                    m_options.checkFirst);
     return {marks(m_checks->results(), m_bursts, m_options.softFraction), outcome.checked, outcome.unreadable};
 }
 

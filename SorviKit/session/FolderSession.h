@@ -77,6 +77,9 @@ public:
         PreviewLoader *previews = nullptr;
         double burstGapSeconds = defaultBurstGapSeconds;
         double softFraction = defaultSoftFraction;
+        /// The ids the user is looking at, checked before the others; asked from the check
+        /// workers, so it must be thread-safe (see CheckRun::Wanted).
+        std::function<QStringList()> checkFirst;
     };
 
     explicit FolderSession(const QString &folder);

@@ -189,6 +189,19 @@ TEST(CheckRunCorpus, BlurredFramesAreSoftAndEachBurstsBestIsSharpWithOpenEyes)
     const QList<Shot> shots = DetailReader::readAll(ShotScanner::list(folder));
     QTemporaryDir catalogs;
     PreviewLoader loader;
+    // The shot the user looks at is taken first: here the last, and the run stopped then.
+    {
+        QTemporaryDir elsewhere;
+        AssessmentStore store(folder, elsewhere.path());
+        std::stop_source stop;
+        const QString looked = shots.last().id;
+        const CheckRun::Outcome first = CheckRun::checkPending(shots, store, loader, {}, stop.get_token(), [&] {
+            stop.request_stop();
+            return QStringList{looked};
+        });
+        EXPECT_TRUE(store.result(looked)) << "the wanted shot was not checked first";
+        EXPECT_LE(first.checked, 2) << "one shot per worker at most once stopped";
+    }
     CheckRun::Outcome outcome;
     {
         AssessmentStore store(folder, catalogs.path());
