@@ -1,10 +1,35 @@
 #include "CommandLine.h"
 #include "Commands.h"
 #include "FolderShots.h"
+#include "SorviKit/checks/CheckReasons.h"
+#include "SorviKit/checks/CheckSettings.h"
 #include "SorviKit/core/JsonText.h"
 #include "Terminal.h"
 
 namespace {
+
+// Why the shot got its marks, as the window's inspector says it: focus, faces and, for a
+// burst member, what made the best frame win.
+QStringList reasons(const Shot &shot, const CheckMarks &marks, const QList<QStringList> &bursts)
+{
+    QStringList lines{CheckReasons::focus(shot.id, marks.results, marks.soft),
+                      QStringLiteral("Faces: ") + CheckReasons::faces(marks.results.value(shot.id))};
+    for (const QStringList &burst : bursts)
+        if (burst.contains(shot.id)) {
+            const QString why = CheckReasons::burst(shot.id, burst, marks.results, marks.bestOfBurst);
+            if (!why.isEmpty())
+                lines << why;
+        }
+    return lines;
+}
+
+QByteArray stringList(const QStringList &texts)
+{
+    QByteArray json;
+    for (const QString &text : texts)
+        json += (json.isEmpty() ? "" : ",") + JsonText::quoted(text);
+    return "[" + json + "]";
+}
 
 QByteArray number(double value)
 {
@@ -39,7 +64,8 @@ void printJson(const QList<Shot> &shots, const CheckMarks &marks, const QList<QS
             continue;
         json += (first ? "\n" : ",\n") + JsonText::quoted(shot.id) + ":{\"sharpness\":" + number(it->sharpness)
             + ",\"faces\":" + QByteArray::number(it->faces) + ",\"eyesClosed\":" + QByteArray::number(it->eyesClosed)
-            + ",\"faceQuality\":" + (it->faceQuality ? number(*it->faceQuality) : QByteArray("null")) + "}";
+            + ",\"faceQuality\":" + (it->faceQuality ? number(*it->faceQuality) : QByteArray("null"))
+            + ",\"reasons\":" + stringList(reasons(shot, marks, bursts)) + "}";
         first = false;
     }
     QByteArray burstsJson;
@@ -63,11 +89,8 @@ void printText(const QList<Shot> &shots, const CheckMarks &marks, const QList<QS
                           QStringLiteral("eyes closed %1").arg(it->eyesClosed)};
         facts << (it->faceQuality ? QStringLiteral("face quality %1").arg(*it->faceQuality, 0, 'f', 2)
                                   : QStringLiteral("no face quality"));
-        if (marks.soft.contains(shot.id))
-            facts << QStringLiteral("soft");
-        if (marks.bestOfBurst.contains(shot.id))
-            facts << QStringLiteral("best of its burst");
-        Terminal::printOut(shot.id + QStringLiteral("\n    ") + facts.join(QStringLiteral(" · ")) + QLatin1Char('\n'));
+        Terminal::printOut(shot.id + QStringLiteral("\n    ") + facts.join(QStringLiteral(" · ")) + QStringLiteral("\n    ")
+                           + reasons(shot, marks, bursts).join(QStringLiteral("\n    ")) + QLatin1Char('\n'));
     }
     const QStringList soft = inShotOrder(shots, marks.soft);
     Terminal::printOut(QStringLiteral("Soft: %1\n").arg(soft.isEmpty() ? QStringLiteral("none") : soft.join(", ")));
@@ -90,7 +113,12 @@ int Commands::check(const QStringList &args)
         FolderShots::onlyFolderArgument(line, QStringLiteral("usage: sorvi check FOLDER [--json]\n"), status);
     if (!folder)
         return status;
-    FolderSession session(*folder);
+    // The thresholds the user set in the window's Checks settings.
+    FolderSession::Options options;
+    const CheckThresholds thresholds = CheckSettings::read();
+    options.softFraction = thresholds.softFraction;
+    options.burstGapSeconds = thresholds.burstGapSeconds;
+    FolderSession session(*folder, options);
     Terminal::ProgressLine progress;
     const QList<Shot> shots = FolderShots::withDetails(session, progress);
     const FolderSession::Checked checked = session.check([&](int done, int total) {

@@ -18,7 +18,19 @@ QString ordinal(int n)
 
 QString percentOf(double value, double typical)
 {
-    return QStringLiteral("%1 %").arg(qRound(100 * value / typical));
+    const double percent = 100 * value / typical;
+    return percent < 0.5 ? QStringLiteral("less than 1 %") : QStringLiteral("%1 %").arg(qRound(percent));
+}
+
+QString sharperText(double winner, double other)
+{
+    if (other <= 0)
+        return QStringLiteral("sharper");
+    const double ratio = winner / other;
+    if (ratio >= 1.5)
+        return QStringLiteral("sharper, %1\u00D7").arg(ratio, 0, 'f', 1);
+    const int percent = qRound(100 * (ratio - 1));
+    return percent < 1 ? QStringLiteral("slightly sharper") : QStringLiteral("sharper by %1 %").arg(percent);
 }
 
 // The frame among `burst` other than `except` that would win without it.
@@ -41,8 +53,7 @@ QString edgeText(Assessor::Edge edge, const Assessment &winner, const Assessment
             .arg(*winner.faceQuality, 0, 'f', 2)
             .arg(*other.faceQuality, 0, 'f', 2);
     case Assessor::Edge::sharper:
-        return other.sharpness > 0 ? QStringLiteral("sharper, %1\u00D7").arg(winner.sharpness / other.sharpness, 0, 'f', 1)
-                                   : QStringLiteral("sharper");
+        return sharperText(winner.sharpness, other.sharpness);
     case Assessor::Edge::none:
         break;
     }

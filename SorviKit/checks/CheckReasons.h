@@ -24,7 +24,7 @@ QString focus(const QString &id, const QHash<QString, Assessment> &results, cons
 QString faces(const Assessment &result);
 
 /// For a member of `burst` (ids in time order): what made the best frame win ("Best of
-/// this burst: sharper than the next best, 1.8×") or which frame is better and why
+/// this burst: sharper, 1.8×") or which frame is better and why
 /// ("Another frame is better: IMG_0003, eyes open"). Empty when the burst has no best
 /// frame yet. `name` turns an id into what the user reads.
 QString burst(const QString &id, const QStringList &burst, const QHash<QString, Assessment> &results,

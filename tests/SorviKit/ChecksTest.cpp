@@ -1,7 +1,9 @@
 #include "SorviKit/checks/AssessmentStore.h"
 #include "SorviKit/checks/Assessor.h"
 #include "SorviKit/checks/Bursts.h"
+#include "SorviKit/checks/CheckReasons.h"
 #include "SorviKit/checks/CheckRun.h"
+#include "SorviKit/checks/CheckSettings.h"
 #include "SorviKit/library/DetailReader.h"
 #include "SorviKit/library/ShotScanner.h"
 #include "SorviKit/previews/PreviewLoader.h"
@@ -9,6 +11,7 @@
 
 #include <QJsonDocument>
 #include <QRandomGenerator>
+#include <QSettings>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -107,6 +110,46 @@ TEST(Assessor, BestOfBurstsAndSoftShots)
     soft.insert("s230", result(230));
     soft.insert("s20", result(20));
     EXPECT_EQ(Assessor::soft(soft, 0.1), (QSet<QString>{"s10", "s20"}));
+}
+
+// What the inspector and sorvi check say of each mark, and the thresholds they come from.
+TEST(CheckReasons, SoftByShareFacesByPlaceAndWhatWonTheBurst)
+{
+    QHash<QString, Assessment> results{{"s10", result(10)}, {"s200", result(200)}, {"s210", result(210)},
+                                       {"s220", result(220)}, {"s230", result(230)}};
+    const QSet<QString> soft = Assessor::soft(results, 0.1);
+    EXPECT_EQ(CheckReasons::focus("s10", results, soft), "Soft: 5 % of the shoot's typical sharpness");
+    EXPECT_EQ(CheckReasons::focus("s230", results, soft), "Sharp: 110 % of the shoot's typical sharpness");
+    results.remove("s200");
+    EXPECT_EQ(CheckReasons::focus("s10", results, {}), "Sharp") << "too few shots to compare";
+
+    Assessment group{100, 3, 2, 0.7, {{QRectF(0.7, 0.1, 0.1, 0.1), true, false}, {QRectF(0.1, 0.1, 0.1, 0.1), true, false},
+                                     {QRectF(0.4, 0.1, 0.1, 0.1), false, true}}};
+    EXPECT_EQ(CheckReasons::faces(group), "3 · eyes closed on 2: the 1st and 3rd from the left · eyes not clear on 1");
+    EXPECT_EQ(CheckReasons::faces({100, 1, 0, 0.5, {{QRectF(0.4, 0.1, 0.05, 0.05), false, true}}}), "1 · eyes not clear");
+    EXPECT_EQ(CheckReasons::faces({100, 0, 0, std::nullopt, {}}), "None found");
+
+    const QHash<QString, Assessment> frames{{"a", result(900, 1, 0.9)}, {"b", result(100, 0, 0.5)},
+                                            {"c", result(300, 0, 0.7)}, {"d", result(600, 0, 0.72)}};
+    const QStringList burst{"a", "b", "c", "d"};
+    const QSet<QString> best = Assessor::bestOfBursts({burst}, frames);
+    ASSERT_EQ(best, QSet<QString>{"d"});
+    EXPECT_EQ(CheckReasons::burst("d", burst, frames, best), "Best of this burst: sharper, 2.0×") << "c is the next best";
+    EXPECT_EQ(CheckReasons::burst("a", burst, frames, best, [](const QString &id) { return "IMG_" + id; }),
+              "Another frame is better: IMG_d, eyes open");
+    EXPECT_EQ(CheckReasons::burst("b", burst, frames, best), "Another frame is better: d, faces caught better (quality 0.72 against 0.50)");
+    EXPECT_EQ(CheckReasons::burst("b", burst, frames, {}), QString()) << "no best frame yet";
+
+    // Thresholds: the defaults for anything missing, unreadable or out of range.
+    QTemporaryDir dir;
+    QSettings settings(dir.filePath("s.conf"), QSettings::IniFormat);
+    EXPECT_EQ(CheckSettings::read(settings), CheckThresholds());
+    settings.setValue(CheckSettings::softFractionKey, 0.25);
+    settings.setValue(CheckSettings::burstGapKey, "soon");
+    EXPECT_EQ(CheckSettings::read(settings), (CheckThresholds{0.25, 1.0}));
+    settings.setValue(CheckSettings::softFractionKey, 7);
+    settings.setValue(CheckSettings::burstGapKey, 2.5);
+    EXPECT_EQ(CheckSettings::read(settings), (CheckThresholds{0.1, 2.5}));
 }
 
 TEST(Bursts, FramesJoinWithinTheGapOfTheirPreviousFrameFromOneCameraWithDates)

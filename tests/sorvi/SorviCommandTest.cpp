@@ -121,6 +121,7 @@ TEST_F(SorviCommandTest, CheckChecksOnceThenReusesTheStoredResults)
     for (const QJsonValue &shot : shots) {
         EXPECT_GT(shot["sharpness"].toDouble(), 0.0);
         EXPECT_TRUE(shot["faces"].isDouble() && shot["eyesClosed"].isDouble());
+        EXPECT_TRUE(shot["reasons"].toArray().first().toString().contains("% of the shoot's typical sharpness"));
     }
     EXPECT_FALSE(json["bursts"].toArray().isEmpty());
     EXPECT_EQ(json["bestOfBurst"].toArray().size(), json["bursts"].toArray().size());
@@ -130,6 +131,8 @@ TEST_F(SorviCommandTest, CheckChecksOnceThenReusesTheStoredResults)
     ASSERT_EQ(second.exitCode, 0);
     EXPECT_TRUE(second.err.contains("0 photos checked now, 14 stored from before")) << second.err.constData();
     EXPECT_TRUE(second.out.contains("Burst 1: ") && second.out.contains("sharpness ")) << second.out.constData();
+    EXPECT_TRUE(second.out.contains("Best of this burst: ") && second.out.contains("Another frame is better: "))
+        << second.out.constData();
     EXPECT_EQ(sorvi({"check", shoot.path() + "/missing"}).exitCode, 1);
 }
 
