@@ -40,6 +40,7 @@ ChecksSettingsView::ChecksSettingsView(SorviModel &model, QWidget *parent) : QWi
     m_softPercent->setRange(int(std::lround(CheckThresholds::minimumSoftFraction * 100)),
                             int(std::lround(CheckThresholds::maximumSoftFraction * 100)));
     m_softPercent->setSuffix(QStringLiteral(" %"));
+    m_softPercent->setMaximumWidth(140);
     form->addRow(QStringLiteral("Soft below"), m_softPercent);
     form->addRow(QString(), note(QStringLiteral("of the shoot's typical sharpness. A higher value marks more photos soft."), this));
 
@@ -49,6 +50,7 @@ ChecksSettingsView::ChecksSettingsView(SorviModel &model, QWidget *parent) : QWi
     m_burstGap->setDecimals(1);
     m_burstGap->setSingleStep(0.1);
     m_burstGap->setSuffix(QStringLiteral(" s"));
+    m_burstGap->setMaximumWidth(140);
     form->addRow(QStringLiteral("Burst gap"), m_burstGap);
     form->addRow(QString(), note(QStringLiteral("Frames from one camera at most this far apart form a burst."), this));
     column->addLayout(form);

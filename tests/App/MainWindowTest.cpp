@@ -11,6 +11,8 @@
 #include <QLabel>
 #include <QMimeData>
 #include <QSettings>
+#include <QSpinBox>
+#include <QTabWidget>
 #include <QStackedWidget>
 #include <QTest>
 
@@ -109,6 +111,16 @@ TEST(MainWindowTest, WelcomesOpensADroppedFolderAndUndoesFromTheMenu)
     ASSERT_TRUE(window.settingsWindow());
     EXPECT_TRUE(window.settingsWindow()->isVisible());
     EXPECT_EQ(window.settingsAction()->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    // The thresholds of the checks have their own tab.
+    QTabWidget *tabs = window.settingsWindow()->findChild<QTabWidget *>();
+    ASSERT_TRUE(tabs);
+    QStringList labels;
+    for (int i = 0; i < tabs->count(); ++i)
+        labels << tabs->tabText(i);
+    ASSERT_TRUE(labels.contains("Checks")) << labels.join(", ").toStdString();
+    tabs->setCurrentIndex(int(labels.indexOf("Checks")));
+    EXPECT_TRUE(tabs->currentWidget()->findChild<QSpinBox *>("softPercent"));
+    saveScreenshot(window.settingsWindow()->grab().toImage(), "settings-checks");
     window.settingsWindow()->close();
 
     // Closing the folder goes back to the welcome screen, which now lists it as recent.
