@@ -8,6 +8,7 @@
 // Yale faces pasted at about 260 px wide (about 45 px in the 1024 px working picture, near
 // the smallest face the checks find). The RAWs are the corpus files with real previews.
 
+#include "DetailedPicture.h"
 #include "WindowBench.h"
 #include "SorviApp/model/SorviModel.h"
 #include "SorviApp/views/BrowserView.h"
@@ -16,8 +17,6 @@
 #include "SorviKit/checks/Assessor.h"
 #include "SorviKit/checks/CheckRun.h"
 #include "SorviKit/checks/FaceCheck.h"
-#include "SorviKit/demo/DemoScene.h"
-#include "SorviKit/demo/DemoShoot.h"
 #include "SorviKit/library/ShotScanner.h"
 #include "SorviKit/previews/PreviewLoader.h"
 
@@ -47,47 +46,6 @@ constexpr int scrollPhotos = 600;
 constexpr int pages = 30;
 constexpr int inputGapMs = 30;
 
-// Times every event dispatched from the event loop itself (not nested sends).
-class TimingApplication : public QApplication {
-public:
-    using QApplication::QApplication;
-    bool notify(QObject *receiver, QEvent *event) override
-    {
-        if (m_depth > 0 || !m_recording)
-            return QApplication::notify(receiver, event);
-        ++m_depth;
-        QElapsedTimer timer;
-        timer.start();
-        const bool result = QApplication::notify(receiver, event);
-        dispatched.push_back(timer.nsecsElapsed() / 1e6);
-        --m_depth;
-        return result;
-    }
-    void record(bool on) { m_recording = on; }
-    std::vector<double> dispatched;
-
-private:
-    int m_depth = 0;
-    bool m_recording = false;
-};
-
-void idle(int ms)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (timer.elapsed() < ms)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, int(ms - timer.elapsed()));
-}
-
-void report(const char *what, std::vector<double> times)
-{
-    if (times.empty())
-        return;
-    std::sort(times.begin(), times.end());
-    const double p95 = times[std::min(times.size() - 1, size_t(times.size() * 0.95))];
-    std::printf("%-34s n=%5zu  median %6.2f ms  p95 %6.2f ms  worst %7.2f ms\n", what, times.size(),
-                times[times.size() / 2], p95, times.back());
-}
 
 // A folder of hard links to the two test JPEGs, so that 600 photos cost no disk.
 bool linkFolder(const QString &folder, const QString &plain, const QString &faces)
@@ -102,7 +60,7 @@ bool linkFolder(const QString &folder, const QString &plain, const QString &face
 }
 
 // Scrolls the browser page by page while the model checks the folder.
-void scrollWhileChecking(TimingApplication &app, const QString &folder)
+void scrollWhileChecking(WindowBench::TimingApplication &app, const QString &folder)
 {
     SorviModel model;
     BrowserView browser(model);
@@ -124,32 +82,17 @@ void scrollWhileChecking(TimingApplication &app, const QString &folder)
         bar->setValue(bar->value() + bar->pageStep());
         QCoreApplication::processEvents();
         inputs.push_back(timer.nsecsElapsed() / 1e6);
-        idle(inputGapMs * 10); // a photographer looks at each screenful a little
+        WindowBench::idle(inputGapMs * 10); // a photographer looks at each screenful a little
     }
     app.record(false);
     std::printf("\ngrid scroll over %d 24 MP JPEGs while checks run (%d checked during %.1f s of scrolling)\n",
                 scrollPhotos, model.checked() - checkedBefore, elapsed.elapsed() / 1e3);
-    report("scroll a page (input → idle)", inputs);
-    report("every event dispatched meanwhile", app.dispatched);
+    WindowBench::report("scroll a page (input → idle)", inputs);
+    WindowBench::report("every event dispatched meanwhile", app.dispatched);
     double load[3] = {};
     if (getloadavg(load, 3) == 3)
         std::printf("machine load average during the run: %.2f (on %d cores)\n", load[0], QThread::idealThreadCount());
     model.close();
-}
-
-QImage detailedPicture()
-{
-    QImage picture(6000, 4000, QImage::Format_RGB32);
-    for (int tile = 0; tile < 16; ++tile) {
-        DemoShoot::DemoFrame frame;
-        frame.width = 1600;
-        frame.height = 1067;
-        frame.sceneSeed = 4242 + quint32(tile);
-        frame.grainSeed = 99 + quint32(tile);
-        const QImage scene = DemoScene::render(frame);
-        QPainter(&picture).drawImage(QPoint((tile % 4) * 1500, (tile / 4) * 1000), scene, QRect(0, 0, 1500, 1000));
-    }
-    return picture;
 }
 
 bool writeJpegs(const QString &folder, const QImage &picture)
@@ -239,12 +182,12 @@ int main(int argc, char **argv)
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QTemporaryDir home;
     WindowBench::useScratchHome(home);
-    TimingApplication app(argc, argv);
+    WindowBench::TimingApplication app(argc, argv);
     WindowBench::nameApplication();
     ShotScanner::initializeMetadataReader();
     const QString corpus = QStringLiteral(SORVI_CORPUS_DIR);
     QTemporaryDir dir;
-    QImage picture = detailedPicture();
+    QImage picture = BenchPictures::detailed24MP(4242, 99);
     if (!writeJpegs(dir.filePath("plain"), picture)) {
         std::fprintf(stderr, "could not write the test JPEGs\n");
         return 1;

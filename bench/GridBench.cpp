@@ -37,30 +37,6 @@ constexpr int arrowPresses = 150;
 // About the rate of a held arrow key.
 constexpr int inputGapMs = 30;
 
-// Times every event dispatched from the event loop itself (not nested sends).
-class TimingApplication : public QApplication {
-public:
-    using QApplication::QApplication;
-    bool notify(QObject *receiver, QEvent *event) override
-    {
-        if (m_depth > 0 || !m_recording)
-            return QApplication::notify(receiver, event);
-        ++m_depth;
-        QElapsedTimer timer;
-        timer.start();
-        const bool result = QApplication::notify(receiver, event);
-        dispatched.push_back(timer.nsecsElapsed() / 1e6);
-        --m_depth;
-        return result;
-    }
-    void record(bool on) { m_recording = on; }
-    std::vector<double> dispatched;
-
-private:
-    int m_depth = 0;
-    bool m_recording = false;
-};
-
 bool writeFolder(const QString &dir)
 {
     QStringList pictures;
@@ -83,14 +59,6 @@ bool writeFolder(const QString &dir)
         if (!QFile::copy(pictures[i % distinctPictures], dir + QStringLiteral("/shoot/IMG_%1.JPG").arg(i + 1, 4, 10, QLatin1Char('0'))))
             return false;
     return true;
-}
-
-void idle(int ms)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (timer.elapsed() < ms)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, int(ms - timer.elapsed()));
 }
 
 double threadCpuMs()
@@ -116,15 +84,6 @@ double timed(const std::function<void()> &input)
     return timer.nsecsElapsed() / 1e6;
 }
 
-void report(const char *what, std::vector<double> times)
-{
-    if (times.empty())
-        return;
-    std::sort(times.begin(), times.end());
-    const double p95 = times[std::min(times.size() - 1, size_t(times.size() * 0.95))];
-    std::printf("%-34s n=%5zu  median %6.2f ms  p95 %6.2f ms  worst %7.2f ms\n", what, times.size(),
-                times[times.size() / 2], p95, times.back());
-}
 
 } // namespace
 
@@ -137,7 +96,7 @@ int main(int argc, char **argv)
     if (!home.isValid() || !dir.isValid() || !QDir(dir.path()).mkpath(QStringLiteral("shoot")))
         return 1;
     WindowBench::useScratchHome(home);
-    TimingApplication app(argc, argv);
+    WindowBench::TimingApplication app(argc, argv);
     WindowBench::nameApplication();
     ShotScanner::initializeMetadataReader();
     if (!writeFolder(dir.path())) {
@@ -169,21 +128,21 @@ int main(int argc, char **argv)
     for (int page = 0; page < pages; ++page) {
         QScrollBar *bar = grid->verticalScrollBar();
         scrolling.push_back(timed([bar] { bar->setValue(bar->value() + bar->pageStep()); }));
-        idle(inputGapMs);
+        WindowBench::idle(inputGapMs);
     }
     for (int i = 0; i < arrowPresses; ++i) {
         const Qt::Key key = i % 3 == 2 ? Qt::Key_Right : Qt::Key_Down;
         arrows.push_back(timed([&browser, key] { WindowBench::press(&browser, key); }));
-        idle(inputGapMs);
+        WindowBench::idle(inputGapMs);
     }
     app.record(false);
     std::vector<double> all = scrolling;
     all.insert(all.end(), arrows.begin(), arrows.end());
-    report("scroll a page (input → idle)", scrolling);
-    report("arrow key (input → idle)", arrows);
-    report("all inputs (goal p95 < 16 ms)", all);
-    report("GUI thread CPU per input", cpuTimes);
-    report("every event dispatched meanwhile", app.dispatched);
+    WindowBench::report("scroll a page (input → idle)", scrolling);
+    WindowBench::report("arrow key (input → idle)", arrows);
+    WindowBench::report("all inputs (goal p95 < 16 ms)", all);
+    WindowBench::report("GUI thread CPU per input", cpuTimes);
+    WindowBench::report("every event dispatched meanwhile", app.dispatched);
     std::printf("details still loading at the end: %s\n", model.loading() ? "yes" : "no");
     double load[3] = {};
     if (getloadavg(load, 3) == 3)

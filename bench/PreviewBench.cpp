@@ -4,7 +4,7 @@
 // extraction followed by a decode. Every peer runs in the same process run, on the same
 // files; medians of several runs; ratios printed next to our goals.
 
-#include "SorviKit/demo/DemoScene.h"
+#include "DetailedPicture.h"
 #include "SorviKit/library/ShotScanner.h"
 #include "SorviKit/previews/PreviewLoader.h"
 #include "SorviKit/library/Shot.h"
@@ -64,25 +64,10 @@ bool runQuietly(const QString &program, const QStringList &arguments, QByteArray
     return true;
 }
 
-// A 6000×4000 picture with fine detail and sensor grain everywhere, stored as a camera
-// would (quality 92, 4:2:0), so the decoder has a realistic amount of entropy to chew
-// through. The demo scenes are drawn at their own size, so sixteen different ones are
-// tiled; enlarging one would smooth away the detail.
+// The 24 MP picture stored as a camera would (quality 92, 4:2:0).
 QString writeLargeJpeg(const QString &dir)
 {
-    QImage picture(6000, 4000, QImage::Format_RGB32);
-    for (int tile = 0; tile < 16; ++tile) {
-        DemoShoot::DemoFrame frame;
-        frame.width = 1600;
-        frame.height = 1067;
-        frame.sceneSeed = 20251 + quint32(tile);
-        frame.grainSeed = 77 + quint32(tile);
-        const QImage scene = DemoScene::render(frame);
-        const int x = (tile % 4) * 1500, y = (tile / 4) * 1000;
-        for (int row = 0; row < 1000; ++row)
-            std::copy_n(reinterpret_cast<const QRgb *>(scene.constScanLine(row)), 1500,
-                        reinterpret_cast<QRgb *>(picture.scanLine(y + row)) + x);
-    }
+    const QImage picture = BenchPictures::detailed24MP(20251, 77);
     const QString path = dir + "/large.jpg";
     QImageWriter writer(path, "jpeg");
     writer.setQuality(92);

@@ -102,12 +102,7 @@ Plan plan(const std::vector<std::string> &paths)
         MovieWriter::TrackOutput &out = result.output.tracks[t];
         if (isTimecode(first.tracks[t]) && out.samples.size() == 1)
             out.samples[0].duration = std::uint32_t(std::llround(seam * out.timescale)); // spans the whole clip
-        TrackReport report{first.tracks[t].id, IsoBox::text(first.tracks[t].handler), IsoBox::text(first.tracks[t].codec)};
-        std::uint64_t duration = 0;
-        for (const Movie::Sample &s : out.samples)
-            report.samples += s.frames, duration += s.duration;
-        report.seconds = seconds(duration, out.timescale);
-        result.report.tracks.push_back(report);
+        result.report.tracks.push_back(MovieWriter::summarise(out));
     }
     return result;
 }

@@ -23,13 +23,7 @@ private:
     Kind m_kind;
 };
 
-struct TrackReport {
-    std::uint32_t id = 0;
-    std::string handler;
-    std::string codec;
-    std::uint64_t samples = 0;
-    double seconds = 0;
-};
+using TrackReport = MovieWriter::TrackSummary;
 
 struct Report {
     std::string output;
@@ -44,7 +38,7 @@ struct Plan {
     Report report;
 };
 
-using Progress = std::function<void(double fraction)>;
+using Progress = MovieWriter::Progress;
 
 /// What join() would write. Throws Error.
 Plan plan(const std::vector<std::string> &parts);

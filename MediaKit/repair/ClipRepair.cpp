@@ -483,21 +483,13 @@ Plan plan(const std::string &clipPath, const std::string &referencePath, const P
     }
     for (std::size_t i = 0; i < result.output.tracks.size(); ++i) {
         const MovieWriter::TrackOutput &out = result.output.tracks[i];
-        const Movie::Track info = Movie::describe(out.trak);
+        const bool recognised = i >= result.report.tracks.size() || result.report.tracks[i].recognised;
         if (result.report.tracks.size() <= i)
             result.report.tracks.push_back({});
-        TrackReport &report = result.report.tracks[i];
-        report.id = info.id;
-        report.handler = IsoBox::text(info.handler);
-        report.codec = IsoBox::text(info.codec);
-        std::uint64_t duration = 0;
-        for (const Movie::Sample &s : out.samples) {
-            report.samples += s.frames;
-            report.bytes += s.size;
-            duration += s.duration;
+        result.report.tracks[i] = MovieWriter::summarise(out);
+        result.report.tracks[i].recognised = recognised;
+        for (const Movie::Sample &s : out.samples)
             result.report.recoveredUntil = std::max(result.report.recoveredUntil, s.offset + s.size);
-        }
-        report.seconds = out.timescale ? double(duration) / out.timescale : 0;
     }
     return result;
 }

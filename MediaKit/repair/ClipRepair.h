@@ -24,15 +24,7 @@ private:
     Kind m_kind;
 };
 
-struct TrackReport {
-    std::uint32_t id = 0;
-    std::string handler; ///< "vide", "soun", "tmcd", "meta"
-    std::string codec;   ///< "avc1", "mp4a", "sowt", "gpmd"…
-    std::uint64_t samples = 0; ///< frames for uncompressed sound
-    std::uint64_t bytes = 0;
-    double seconds = 0;
-    bool recognised = true; ///< false when no way to find this kind of sample is known
-};
+using TrackReport = MovieWriter::TrackSummary;
 
 struct Report {
     std::string output;
@@ -44,7 +36,7 @@ struct Report {
     std::uint64_t fileSize = 0;
 };
 
-using Progress = std::function<void(double fraction)>;
+using Progress = MovieWriter::Progress;
 
 /// The plan of the repaired file: what write() would write, for tests and benchmarks.
 struct Plan {

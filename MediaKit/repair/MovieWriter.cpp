@@ -352,4 +352,18 @@ void write(const std::string &path, const Output &output, std::span<const std::s
     file.commit();
 }
 
+TrackSummary summarise(const TrackOutput &track)
+{
+    const Movie::Track info = Movie::describe(track.trak);
+    TrackSummary summary{info.id, IsoBox::text(info.handler), IsoBox::text(info.codec)};
+    std::uint64_t duration = 0;
+    for (const Movie::Sample &sample : track.samples) {
+        summary.samples += sample.frames;
+        summary.bytes += sample.size;
+        duration += sample.duration;
+    }
+    summary.seconds = track.timescale ? double(duration) / track.timescale : 0;
+    return summary;
+}
+
 } // namespace MovieWriter

@@ -30,6 +30,20 @@ struct Output {
 
 using Progress = std::function<void(double fraction)>;
 
+/// What one track of a written clip holds, for the reports of repair and join.
+struct TrackSummary {
+    std::uint32_t id = 0;
+    std::string handler;       ///< "vide", "soun", "tmcd", "meta"
+    std::string codec;         ///< "avc1", "mp4a", "sowt", "gpmd"…
+    std::uint64_t samples = 0; ///< frames for uncompressed sound
+    std::uint64_t bytes = 0;
+    double seconds = 0;
+    bool recognised = true; ///< false when no way to find this kind of sample is known
+};
+
+/// The summary of one track as `output` would write it.
+TrackSummary summarise(const TrackOutput &track);
+
 /// Writes `output` to a new file at `path` (atomically; never over an existing file).
 /// `sources[i]` holds the bytes of the samples whose `source` is i. Throws
 /// AtomicFile::Failed when the file cannot be written and IsoBox::Malformed when a sample
