@@ -1,4 +1,5 @@
 #include "SorviApp/views/AISettingsView.h"
+#include "SorviApp/views/SheetParts.h"
 
 #include "SorviKit/ai/AICuller.h"
 #include "SorviKit/ai/AIKeyStore.h"
@@ -40,16 +41,6 @@ QString footerText(AIProvider provider)
                           "ask. Your key is kept in your system's keyring. %2 bills your account for what you use.")
         .arg(AICuller::previewPixels)
         .arg(provider.company());
-}
-
-QLabel *secondary(const QString &text, QWidget *parent)
-{
-    auto *label = new QLabel(text, parent);
-    label->setWordWrap(true);
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, palette.color(QPalette::PlaceholderText));
-    label->setPalette(palette);
-    return label;
 }
 
 } // namespace
@@ -137,19 +128,13 @@ void AISettingsView::build()
     consent->addWidget(revokeButton);
     form->addRow(QString(), m_consentRow);
 
-    m_noKeyring = new QLabel(QStringLiteral("No keyring is running, so Sorvi can't keep an API key: keys are kept only "
+    m_noKeyring = SheetParts::failureText(this, "noKeyring");
+    m_noKeyring->setText(QStringLiteral("No keyring is running, so Sorvi can't keep an API key: keys are kept only "
                                             "in your system's keyring (GNOME Keyring, KWallet or another Secret "
-                                            "Service). Start one, then open Settings again."),
-                             this);
-    m_noKeyring->setObjectName(QStringLiteral("noKeyring"));
-    m_noKeyring->setWordWrap(true);
-    QPalette warning = m_noKeyring->palette();
-    warning.setColor(QPalette::WindowText, QColor(0xb0, 0x3a, 0x2e));
-    m_noKeyring->setPalette(warning);
+                                            "Service). Start one, then open Settings again."));
     form->addRow(m_noKeyring);
 
-    m_footer = secondary(QString(), this);
-    m_footer->setObjectName(QStringLiteral("footer"));
+    m_footer = SheetParts::secondaryText(QString(), this, "footer");
     m_footer->setTextFormat(Qt::RichText);
     m_footer->setOpenExternalLinks(true);
     form->addRow(m_footer);

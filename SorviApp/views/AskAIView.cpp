@@ -1,6 +1,7 @@
 #include "SorviApp/views/AskAIView.h"
 
 #include "SorviApp/model/SorviModel.h"
+#include "SorviApp/views/SheetParts.h"
 #include "SorviApp/views/Symbols.h"
 #include "SorviKit/ai/AIKeyStore.h"
 #include "SorviKit/ai/AISettings.h"
@@ -34,23 +35,6 @@ QLabel *wrapped(const QString &text, QWidget *parent, const char *name = nullptr
     return label;
 }
 
-QLabel *secondary(const QString &text, QWidget *parent, const char *name = nullptr)
-{
-    QLabel *label = wrapped(text, parent, name);
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, palette.color(QPalette::PlaceholderText));
-    label->setPalette(palette);
-    return label;
-}
-
-QPushButton *button(const QString &text, QWidget *parent, const char *name)
-{
-    auto *b = new QPushButton(text, parent);
-    b->setObjectName(QLatin1String(name));
-    b->setAutoDefault(false);
-    return b;
-}
-
 } // namespace
 
 // How an ask ended, made on the ask's thread.
@@ -82,7 +66,7 @@ void AskAIView::build()
     big.setPointSizeF(big.pointSizeF() * 1.3);
     big.setBold(true);
     title->setFont(big);
-    m_provider = secondary(QString(), this, "providerName");
+    m_provider = SheetParts::secondaryText(QString(), this, "providerName");
     m_provider->setWordWrap(false);
     header->addWidget(symbol);
     header->addWidget(title);
@@ -104,16 +88,12 @@ void AskAIView::build()
     m_busy->setObjectName(QStringLiteral("busy"));
     m_busy->setRange(0, 0);
     m_busy->setMaximumWidth(120);
-    m_status = secondary(QString(), this, "status");
+    m_status = SheetParts::secondaryText(QString(), this, "status");
     progress->addWidget(m_busy);
     progress->addWidget(m_status, 1);
     column->addLayout(progress);
 
-    m_errorText = wrapped(QString(), this, "errorText");
-    m_errorText->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    QPalette red = m_errorText->palette();
-    red.setColor(QPalette::WindowText, QColor(0xb0, 0x3a, 0x2e));
-    m_errorText->setPalette(red);
+    m_errorText = SheetParts::failureText(this, "errorText");
     column->addWidget(m_errorText);
 
     QFont bold = font();
@@ -131,14 +111,14 @@ void AskAIView::build()
     column->addStretch(0);
 
     auto *buttons = new QHBoxLayout;
-    m_cancel = button(QStringLiteral("Cancel"), this, "cancel");
-    m_stop = button(QStringLiteral("Stop"), this, "stop");
+    m_cancel = SheetParts::button(QStringLiteral("Cancel"), this, "cancel");
+    m_stop = SheetParts::button(QStringLiteral("Stop"), this, "stop");
     m_stop->setToolTip(QStringLiteral("Send no more batches; keep what the AI chose so far"));
-    m_send = button(QString(), this, "send");
-    m_showOnly = button(QStringLiteral("Show Only These"), this, "showOnly");
-    m_pick = button(QString(), this, "pick");
-    m_done = button(QStringLiteral("Done"), this, "done");
-    m_allow = button(QStringLiteral("Allow"), this, "allow");
+    m_send = SheetParts::button(QString(), this, "send");
+    m_showOnly = SheetParts::button(QStringLiteral("Show Only These"), this, "showOnly");
+    m_pick = SheetParts::button(QString(), this, "pick");
+    m_done = SheetParts::button(QStringLiteral("Done"), this, "done");
+    m_allow = SheetParts::button(QStringLiteral("Allow"), this, "allow");
     connect(m_cancel, &QPushButton::clicked, this, &QDialog::reject);
     connect(m_stop, &QPushButton::clicked, this, &AskAIView::stopAfterBatch);
     connect(m_send, &QPushButton::clicked, this, &AskAIView::send);
@@ -168,10 +148,10 @@ QWidget *AskAIView::makeSetUpPage()
                                              "calls: the best photos for an album, a set that tells the story, the "
                                              "strongest portraits."),
                               page));
-    column->addWidget(secondary(QStringLiteral("You'll need an API key from the AI company; they bill your account "
+    column->addWidget(SheetParts::secondaryText(QStringLiteral("You'll need an API key from the AI company; they bill your account "
                                                "for what you use. Sorvi adds no charge."),
                                 page));
-    auto *setUp = button(QStringLiteral("Set Up in Settings…"), page, "setUp");
+    auto *setUp = SheetParts::button(QStringLiteral("Set Up in Settings…"), page, "setUp");
     connect(setUp, &QPushButton::clicked, this, [this] {
         emit settingsRequested();
         reject();
@@ -197,7 +177,7 @@ QWidget *AskAIView::makeFormPage()
     askFor->addWidget(m_preset, 1);
     column->addLayout(askFor);
 
-    m_presetText = secondary(QString(), page, "presetText");
+    m_presetText = SheetParts::secondaryText(QString(), page, "presetText");
     column->addWidget(m_presetText);
     m_customLabel = new QLabel(QStringLiteral("What should it choose?"), page);
     column->addWidget(m_customLabel);
@@ -224,7 +204,7 @@ QWidget *AskAIView::makeFormPage()
     connect(m_onlyShown, &QCheckBox::toggled, this, &AskAIView::refresh);
     column->addWidget(m_onlyShown);
 
-    m_summary = secondary(QString(), page, "summary");
+    m_summary = SheetParts::secondaryText(QString(), page, "summary");
     column->addWidget(m_summary);
     column->addStretch(1);
     return page;

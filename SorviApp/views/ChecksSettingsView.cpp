@@ -1,4 +1,6 @@
 #include "SorviApp/views/ChecksSettingsView.h"
+#include "SorviApp/views/SheetParts.h"
+#include "SorviKit/core/Wording.h"
 
 #include "SorviApp/model/SorviModel.h"
 #include "SorviKit/checks/CheckSettings.h"
@@ -13,23 +15,6 @@
 
 #include <cmath>
 
-namespace {
-
-QString counted(qsizetype n, const QString &word)
-{
-    return QStringLiteral("%1 %2%3").arg(n).arg(word, n == 1 ? QString() : QStringLiteral("s"));
-}
-
-QLabel *note(const QString &text, QWidget *parent)
-{
-    auto *label = new QLabel(text, parent);
-    label->setWordWrap(true);
-    label->setForegroundRole(QPalette::PlaceholderText);
-    return label;
-}
-
-} // namespace
-
 ChecksSettingsView::ChecksSettingsView(SorviModel &model, QWidget *parent) : QWidget(parent), m_model(model)
 {
     auto *column = new QVBoxLayout(this);
@@ -42,7 +27,7 @@ ChecksSettingsView::ChecksSettingsView(SorviModel &model, QWidget *parent) : QWi
     m_softPercent->setSuffix(QStringLiteral(" %"));
     m_softPercent->setMaximumWidth(140);
     form->addRow(QStringLiteral("Soft below"), m_softPercent);
-    form->addRow(QString(), note(QStringLiteral("of the shoot's typical sharpness. A higher value marks more photos soft."), this));
+    form->addRow(QString(), SheetParts::secondaryText(QStringLiteral("of the shoot's typical sharpness. A higher value marks more photos soft."), this));
 
     m_burstGap = new QDoubleSpinBox(this);
     m_burstGap->setObjectName(QStringLiteral("burstGap"));
@@ -52,13 +37,13 @@ ChecksSettingsView::ChecksSettingsView(SorviModel &model, QWidget *parent) : QWi
     m_burstGap->setSuffix(QStringLiteral(" s"));
     m_burstGap->setMaximumWidth(140);
     form->addRow(QStringLiteral("Burst gap"), m_burstGap);
-    form->addRow(QString(), note(QStringLiteral("Frames from one camera at most this far apart form a burst."), this));
+    form->addRow(QString(), SheetParts::secondaryText(QStringLiteral("Frames from one camera at most this far apart form a burst."), this));
     column->addLayout(form);
 
     m_summary = new QLabel(this);
     m_summary->setObjectName(QStringLiteral("checksSummary"));
     column->addWidget(m_summary);
-    column->addWidget(note(QStringLiteral("Changes apply at once to the photos already checked; nothing is checked again."), this));
+    column->addWidget(SheetParts::secondaryText(QStringLiteral("Changes apply at once to the photos already checked; nothing is checked again."), this));
 
     m_defaults = new QPushButton(QStringLiteral("Restore Defaults"), this);
     m_defaults->setObjectName(QStringLiteral("restoreDefaults"));
@@ -83,8 +68,8 @@ QString ChecksSettingsView::summary() const
     if (m_model.shots().isEmpty())
         return QStringLiteral("No folder is open.");
     return QStringLiteral("In this folder: %1, %2")
-        .arg(counted(m_model.soft().size(), QStringLiteral("soft photo")),
-             counted(m_model.burstGroups().size(), QStringLiteral("burst")));
+        .arg(Wording::counted(m_model.soft().size(), QStringLiteral("soft photo")),
+             Wording::counted(m_model.burstGroups().size(), QStringLiteral("burst")));
 }
 
 void ChecksSettingsView::showThresholds()

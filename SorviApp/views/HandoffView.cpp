@@ -1,4 +1,5 @@
 #include "SorviApp/views/HandoffView.h"
+#include "SorviApp/views/SheetParts.h"
 
 #include "SorviApp/model/FolderAccess.h"
 #include "SorviApp/model/SorviModel.h"
@@ -35,15 +36,8 @@ QString folderName(const QString &folder)
 
 QLabel *explanation(QWidget *parent, const char *name)
 {
-    auto *label = new QLabel(parent);
-    label->setObjectName(QLatin1String(name));
-    label->setWordWrap(true);
+    QLabel *label = SheetParts::secondaryText(QString(), parent, name);
     label->setContentsMargins(24, 0, 0, 0); // under the toggle's text, not its box
-    QPalette palette = label->palette();
-    // Secondary text, the same grey whether or not the sheet is busy.
-    for (const QPalette::ColorGroup group : {QPalette::Active, QPalette::Inactive, QPalette::Disabled})
-        palette.setColor(group, QPalette::WindowText, palette.color(QPalette::Active, QPalette::PlaceholderText));
-    label->setPalette(palette);
     return label;
 }
 
@@ -75,14 +69,6 @@ bool movesRecorded(const MoveLog &log)
     } catch (const FileError &) {
         return false;
     }
-}
-
-QPushButton *button(const QString &text, QWidget *parent, const char *name)
-{
-    auto *pushButton = new QPushButton(text, parent);
-    pushButton->setObjectName(QLatin1String(name));
-    pushButton->setAutoDefault(false);
-    return pushButton;
 }
 
 // A folder's name with its chooser button, indented under a toggle.
@@ -294,7 +280,7 @@ QWidget *HandoffView::makeSidecarsSection()
         remember(sidecarStyleKey, index == 1 ? QStringLiteral("darktable") : QStringLiteral("lightroom"));
     });
     styleRow->setLayout(indented({new QLabel(QStringLiteral("Sidecars for"), styleRow), m_sidecarStyle}));
-    QPushButton *choose = button(QStringLiteral("Write Sidecars to a Folder…"), this, "chooseSidecarFolder");
+    QPushButton *choose = SheetParts::button(QStringLiteral("Write Sidecars to a Folder…"), this, "chooseSidecarFolder");
     connect(choose, &QPushButton::clicked, this, [this] {
         chooseFolder(QStringLiteral("Choose a folder for the sidecar files. Sorvi mirrors the card's folders inside it."),
                      QStringLiteral("Choose"), [this](const QString &folder) { setSidecarFolder(folder); });
@@ -316,12 +302,12 @@ QWidget *HandoffView::makeFlagsSection()
     auto *row = new QHBoxLayout(buttons);
     row->setContentsMargins(24, 0, 0, 0);
     if (LightroomPlugin::installSupported()) {
-        QPushButton *install = button(QStringLiteral("Install Lightroom Classic Plug-in"), buttons, "installPlugin");
+        QPushButton *install = SheetParts::button(QStringLiteral("Install Lightroom Classic Plug-in"), buttons, "installPlugin");
         connect(install, &QPushButton::clicked, this,
                 [this] { showPluginMessage(QtConcurrent::run(&m_pool, &LightroomPlugin::install)); });
         row->addWidget(install);
     }
-    QPushButton *save = button(QStringLiteral("Save Lightroom Classic Plug-in…"), buttons, "savePlugin");
+    QPushButton *save = SheetParts::button(QStringLiteral("Save Lightroom Classic Plug-in…"), buttons, "savePlugin");
     connect(save, &QPushButton::clicked, this, &HandoffView::savePlugin);
     row->addWidget(save);
     row->addStretch(1);
@@ -354,7 +340,7 @@ QWidget *HandoffView::makeCopySection()
 
     m_copyText = explanation(m_copyDetails, "copyText");
     details->addWidget(m_copyText);
-    QPushButton *choose = button(QStringLiteral("Choose"), m_copyDetails, "chooseDestination");
+    QPushButton *choose = SheetParts::button(QStringLiteral("Choose"), m_copyDetails, "chooseDestination");
     connect(choose, &QPushButton::clicked, this, [this] {
         chooseFolder(QStringLiteral("Choose where to copy the photos. Nothing is overwritten."),
                      QStringLiteral("Copy Here"), [this](const QString &folder) { setDestination(folder); });
@@ -364,7 +350,7 @@ QWidget *HandoffView::makeCopySection()
     // Beyond a single copy: a backup drive, and a manifest to check the copies against later.
     m_second = new QCheckBox(QStringLiteral("Also copy to a second folder (a backup drive)"), m_copyDetails);
     m_second->setObjectName(QStringLiteral("second"));
-    QPushButton *chooseSecond = button(QStringLiteral("Choose"), m_copyDetails, "chooseSecondDestination");
+    QPushButton *chooseSecond = SheetParts::button(QStringLiteral("Choose"), m_copyDetails, "chooseSecondDestination");
     const auto pickSecond = [this] {
         chooseFolder(QStringLiteral("Choose a second folder for the copies, on another drive."),
                      QStringLiteral("Copy Here"), [this](const QString &folder) { setSecondDestination(folder); });
@@ -423,30 +409,24 @@ QWidget *HandoffView::makeFooter()
     m_reportText->setWordWrap(true);
     m_reportText->setTextInteractionFlags(Qt::TextSelectableByMouse);
     result->addWidget(m_reportText);
-    m_failureText = new QLabel(m_result);
-    m_failureText->setObjectName(QStringLiteral("failureText"));
-    m_failureText->setWordWrap(true);
-    m_failureText->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    QPalette palette = m_failureText->palette();
-    palette.setColor(QPalette::WindowText, QColor(0xC0, 0x30, 0x20));
-    m_failureText->setPalette(palette);
+    m_failureText = SheetParts::failureText(m_result, "failureText");
     result->addWidget(m_failureText);
     m_result->hide();
     column->addWidget(m_result);
 
     auto *buttons = new QHBoxLayout;
-    m_putBack = button(QStringLiteral("Put Rejects Back"), footer, "putBack");
+    m_putBack = SheetParts::button(QStringLiteral("Put Rejects Back"), footer, "putBack");
     connect(m_putBack, &QPushButton::clicked, this, &HandoffView::putBack);
     buttons->addWidget(m_putBack);
     buttons->addStretch(1);
-    m_cancel = button(QStringLiteral("Cancel"), footer, "cancel");
+    m_cancel = SheetParts::button(QStringLiteral("Cancel"), footer, "cancel");
     connect(m_cancel, &QPushButton::clicked, this, &HandoffView::reject);
     buttons->addWidget(m_cancel);
-    m_handOff = button(QStringLiteral("Hand Off"), footer, "handOff");
+    m_handOff = SheetParts::button(QStringLiteral("Hand Off"), footer, "handOff");
     m_handOff->setDefault(true); // Return runs it once it is enabled
     connect(m_handOff, &QPushButton::clicked, this, &HandoffView::run);
     buttons->addWidget(m_handOff);
-    m_close = button(QStringLiteral("Close"), footer, "close");
+    m_close = SheetParts::button(QStringLiteral("Close"), footer, "close");
     m_close->hide();
     connect(m_close, &QPushButton::clicked, this, &QDialog::accept);
     buttons->addWidget(m_close);
