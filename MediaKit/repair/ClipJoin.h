@@ -1,9 +1,9 @@
 #pragma once
 
 #include "MediaKit/repair/MovieWriter.h"
+#include "MediaKit/repair/RepairError.h"
 
 #include <functional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -13,15 +13,8 @@
 /// stay aligned across every seam.
 namespace ClipJoin {
 
-class Error : public std::runtime_error {
-public:
-    enum class Kind { tooFewParts, unreadable, mismatched, cannotWrite };
-    Error(Kind kind, const std::string &message) : std::runtime_error(message), m_kind(kind) {}
-    [[nodiscard]] Kind kind() const { return m_kind; }
-
-private:
-    Kind m_kind;
-};
+enum class ErrorKind { tooFewParts, unreadable, mismatched, cannotWrite };
+using Error = RepairError<ErrorKind>;
 
 using TrackReport = MovieWriter::TrackSummary;
 

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "MediaKit/repair/MovieWriter.h"
+#include "MediaKit/repair/RepairError.h"
 
 #include <cstdint>
 #include <functional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -14,15 +14,8 @@
 /// every track; a new file is written next to the damaged one, which is only read.
 namespace ClipRepair {
 
-class Error : public std::runtime_error {
-public:
-    enum class Kind { noReference, differentCodec, nothingRecoverable, unreadable, cannotWrite };
-    Error(Kind kind, const std::string &message) : std::runtime_error(message), m_kind(kind) {}
-    [[nodiscard]] Kind kind() const { return m_kind; }
-
-private:
-    Kind m_kind;
-};
+enum class ErrorKind { noReference, differentCodec, nothingRecoverable, unreadable, cannotWrite };
+using Error = RepairError<ErrorKind>;
 
 using TrackReport = MovieWriter::TrackSummary;
 

@@ -1,9 +1,10 @@
 #pragma once
 
+#include "MediaKit/repair/RepairError.h"
+
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -13,15 +14,8 @@
 /// photo's surviving entropy-coded data.
 namespace JpegHeader {
 
-class Error : public std::runtime_error {
-public:
-    enum class Kind { noReference, unreadableReference, nothingRecoverable, cannotWrite };
-    Error(Kind kind, const std::string &message) : std::runtime_error(message), m_kind(kind) {}
-    [[nodiscard]] Kind kind() const { return m_kind; }
-
-private:
-    Kind m_kind;
-};
+enum class ErrorKind { noReference, unreadableReference, nothingRecoverable, cannotWrite };
+using Error = RepairError<ErrorKind>;
 
 /// The decoding header of a JPEG: its segments from SOI through SOS.
 struct Header {
