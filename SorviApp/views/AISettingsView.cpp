@@ -43,6 +43,12 @@ QString footerText(AIProvider provider)
         .arg(provider.company());
 }
 
+// The sentence of a settings write that failed; empty when it worked.
+QString failureOf(const UserSettings::Outcome &outcome)
+{
+    return outcome.failed() ? outcome.message() : QString();
+}
+
 } // namespace
 
 // What the tab shows for one service, read or written on the tab's thread.
@@ -158,8 +164,22 @@ void AISettingsView::chooseProvider(int index)
     if (!chosen)
         return;
     // The choice is stored first, so the fields then show that service's own values.
-    const UserSettings::Outcome stored = AISettings::setProvider(*chosen);
-    load(*chosen, stored.failed() ? stored.message() : QString());
+    const AIProvider provider = *chosen;
+    m_provider = provider;
+    inBackground([provider] { return failureOf(AISettings::setProvider(provider)); },
+                 [this, provider](const QString &status) { load(provider, status); });
+}
+
+void AISettingsView::inBackground(std::function<QString()> work, std::function<void(const QString &)> then)
+{
+    begin();
+    auto *watcher = new QFutureWatcher<QString>(this);
+    connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher, then = std::move(then)] {
+        watcher->deleteLater();
+        then(watcher->result());
+        end();
+    });
+    watcher->setFuture(QtConcurrent::run(&m_pool, std::move(work)));
 }
 
 void AISettingsView::begin()
@@ -207,34 +227,31 @@ void AISettingsView::save(bool thenTest)
         m_status->clear();
     }
     begin();
+    const bool keyring = m_keyring;
+    // The settings file and the test request wait on the disk and the network: on the
+    // tab's thread.
     const auto afterKey = [=, this](const std::optional<QString> &keyFailure) {
-        QStringList failures;
-        if (keyFailure)
-            failures << *keyFailure;
-        for (const UserSettings::Outcome &outcome :
-             {AISettings::setModel(model, provider),
-              provider.hosted() ? UserSettings::Outcome{} : AISettings::setServerAddress(address, provider),
-              AISettings::setProvider(provider)})
-            if (outcome.failed())
-                failures << outcome.message();
-        const QString saved = !failures.isEmpty() ? failures.join(QLatin1Char(' '))
-                              : key.isEmpty()     ? QStringLiteral("Key removed.")
-                                                  : QStringLiteral("Saved.");
-        const std::optional<AIClient> client =
-            AISettings::clientWith(key.isEmpty() || !m_keyring ? std::nullopt : std::optional(key));
-        if (!thenTest || !failures.isEmpty() || !client) {
-            load(provider, thenTest && failures.isEmpty() ? AIError::noKey().description() : saved);
-            end();
-            return;
-        }
-        // The test request waits on the network: on the tab's thread.
-        auto *watcher = new QFutureWatcher<QString>(this);
-        connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher, provider] {
-            watcher->deleteLater();
-            load(provider, watcher->result());
-            end();
-        });
-        watcher->setFuture(QtConcurrent::run(&m_pool, [client = *client] { return AIKeyTest::run(client); }));
+        inBackground(
+            [=] {
+                QStringList failures;
+                if (keyFailure)
+                    failures << *keyFailure;
+                for (const UserSettings::Outcome &outcome :
+                     {AISettings::setModel(model, provider),
+                      provider.hosted() ? UserSettings::Outcome{} : AISettings::setServerAddress(address, provider),
+                      AISettings::setProvider(provider)})
+                    if (outcome.failed())
+                        failures << outcome.message();
+                if (!failures.isEmpty())
+                    return failures.join(QLatin1Char(' '));
+                if (!thenTest)
+                    return key.isEmpty() ? QStringLiteral("Key removed.") : QStringLiteral("Saved.");
+                const std::optional<AIClient> client =
+                    AISettings::clientWith(key.isEmpty() || !keyring ? std::nullopt : std::optional(key));
+                return client ? AIKeyTest::run(*client) : AIError::noKey().description();
+            },
+            [this, provider](const QString &status) { load(provider, status); });
+        end();
     };
     // Without a keyring there is nowhere to keep a key, and nowhere else it may go.
     if (m_keyring)
@@ -255,9 +272,12 @@ void AISettingsView::revoke()
 {
     m_consented = false;
     m_consentRow->hide();
-    const UserSettings::Outcome stored = AISettings::setConsent(false, m_provider);
-    if (stored.failed())
-        m_status->setText(stored.message());
+    const AIProvider provider = m_provider;
+    inBackground([provider] { return failureOf(AISettings::setConsent(false, provider)); },
+                 [this](const QString &failure) {
+                     if (!failure.isEmpty())
+                         m_status->setText(failure);
+                 });
 }
 
 void AISettingsView::display(const State &state)

@@ -46,6 +46,8 @@ private:
     void chooseProvider(int index);
     void load(AIProvider provider, const QString &status = {});
     void save(bool thenTest);
+    /// Runs `work` on the tab's thread, then `then` with its result on this one.
+    void inBackground(std::function<QString()> work, std::function<void(const QString &)> then);
     void begin(); ///< a keyring job or test starts
     void end();   ///< …and ends
     void display(const State &state);

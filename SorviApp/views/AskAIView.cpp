@@ -292,12 +292,19 @@ void AskAIView::allow()
 {
     if (!isAskingConsent() || !m_client)
         return;
-    const UserSettings::Outcome remembered = AISettings::setConsent(true, m_client->provider);
     m_pages->setCurrentWidget(m_formPage);
-    // The yes is for this ask; a consent that could not be remembered is said, and asked again next time.
     run();
-    if (remembered.failed())
-        m_status->setText(remembered.message());
+    // The yes is for this ask; remembering it writes the settings file, off this thread.
+    // One that could not be remembered is said, and asked again next time.
+    auto *watcher = new QFutureWatcher<UserSettings::Outcome>(this);
+    connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher] {
+        watcher->deleteLater();
+        if (watcher->result().failed())
+            m_error = watcher->result().message() + QStringLiteral(" You will be asked again next time.");
+        refresh();
+    });
+    watcher->setFuture(
+        QtConcurrent::run([provider = m_client->provider] { return AISettings::setConsent(true, provider); }));
 }
 
 void AskAIView::run()

@@ -158,7 +158,7 @@ TEST_F(AIViewsTest, AskSheetFromSetUpToPicks)
     EXPECT_EQ(asked, 0) << "sent before consent";
     sheet.screenshot("askai-consent");
     sheet.pressAndWait([&] { view.allow(); });
-    EXPECT_TRUE(AISettings::consented(AIProvider::openai));
+    EXPECT_TRUE(QTest::qWaitFor([] { return AISettings::consented(AIProvider::openai); }, 5000));
     EXPECT_EQ(asked, 2);
     ASSERT_EQ(view.results().size(), 3);
     EXPECT_EQ(sheet.text("resultsHeader"), "3 photos chosen");
