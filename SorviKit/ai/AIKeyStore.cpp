@@ -107,14 +107,6 @@ QString service(AIProvider provider)
     return QStringLiteral("app.kestrane.sorvi.ai.") + provider.id();
 }
 
-bool reachable()
-{
-    // Reading an entry that may not exist: "not found" is an answer, so the store is there.
-    QKeychain::ReadPasswordJob job(service(AIProvider::anthropic));
-    finish(job);
-    return answered(job);
-}
-
 std::optional<QString> key(AIProvider provider)
 {
     QKeychain::ReadPasswordJob job(service(provider));

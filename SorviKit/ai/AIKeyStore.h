@@ -17,14 +17,11 @@
 /// gone) when it is not.
 namespace AIKeyStore {
 
-/// Whether a secret store answers at all. Without one no key can be kept, and nothing
-/// offers to keep it anywhere else. Blocks.
-bool reachable();
-
 /// The same as key() and setKey() without blocking, for the window: the store's jobs run
 /// on the calling thread's event loop (the GUI thread's: the store's client library keeps
 /// its jobs on one thread) and `done` is called there, unless `context` is gone by then.
-/// `reachable` is false when no secret store answered.
+/// `reachable` is false when no secret store answered: then no key can be kept, and
+/// nothing may offer to keep it anywhere else.
 void readKey(AIProvider provider, QObject *context,
              std::function<void(const std::optional<QString> &key, bool reachable)> done);
 void writeKey(const std::optional<QString> &key, AIProvider provider, QObject *context,

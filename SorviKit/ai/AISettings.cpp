@@ -1,7 +1,5 @@
 #include "SorviKit/ai/AISettings.h"
 
-#include "SorviKit/ai/AIKeyStore.h"
-
 #include <QSettings>
 
 namespace {
@@ -78,11 +76,6 @@ QUrl endpoint(AIProvider provider)
         return AIProvider::completionsEndpoint(stored);
     const QUrl url(stored, QUrl::StrictMode);
     return !stored.isEmpty() && url.isValid() && !url.host().isEmpty() ? url : provider.endpoint();
-}
-
-std::optional<AIClient> client()
-{
-    return clientWith(AIKeyStore::key(provider()));
 }
 
 std::optional<AIClient> clientWith(const std::optional<QString> &storedKey)

@@ -38,10 +38,9 @@ QString serverAddress(AIProvider provider);
 /// Where requests to `provider` go: its stored address, else its fixed one; empty when
 /// `compatible` has no usable address.
 QUrl endpoint(AIProvider provider);
-/// A client for the chosen service with its model, stored key and address; nothing
-/// without a key, or for `compatible` (whose key is optional) without an address.
-std::optional<AIClient> client();
-/// The same with the key already read (the window reads it without blocking).
+/// A client for the chosen service with its model and address and `key` (the stored one,
+/// read by the caller: the window reads it without blocking); nothing without a key, or
+/// for `compatible` (whose key is optional) without an address.
 std::optional<AIClient> clientWith(const std::optional<QString> &key);
 
 } // namespace AISettings

@@ -63,10 +63,11 @@ TEST_F(AIKeyStoreTest, SettingsKeepAChoicePerServiceAndNeverTheKey)
     EXPECT_TRUE(QSettings().value("AIConsent.openai").toBool());
 
     // A client needs a key for the chosen service; it reflects what was saved last.
-    EXPECT_FALSE(AISettings::client());
+    const auto storedClient = [] { return AISettings::clientWith(AIKeyStore::key(AISettings::provider())); };
+    EXPECT_FALSE(storedClient());
     const QByteArray secret = "xai-never-in-a-file-7f3a9c";
     ASSERT_EQ(AIKeyStore::setKey(QString::fromLatin1(secret), AIProvider::xai), std::nullopt);
-    std::optional<AIClient> client = AISettings::client();
+    std::optional<AIClient> client = storedClient();
     ASSERT_TRUE(client);
     EXPECT_EQ(client->provider, AIProvider(AIProvider::xai));
     EXPECT_EQ(client->model, "grok-4-fast");
@@ -76,6 +77,6 @@ TEST_F(AIKeyStoreTest, SettingsKeepAChoicePerServiceAndNeverTheKey)
     EXPECT_EQ(filesContaining(secret.toBase64()), QStringList());
 
     EXPECT_FALSE(AISettings::setProvider(AIProvider::openai).failed());
-    EXPECT_FALSE(AISettings::client()) << "no OpenAI key is stored";
+    EXPECT_FALSE(storedClient()) << "no OpenAI key is stored";
     EXPECT_TRUE(AISettings::consented(AIProvider::openai)) << "consent is not tied to a key";
 }
