@@ -2,6 +2,7 @@
 
 #include "ByteKit/DeviceError.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -64,4 +65,15 @@ void MappedFile::release() noexcept
         ::munmap(const_cast<std::uint8_t *>(data_), size_);
     data_ = nullptr;
     size_ = 0;
+}
+
+void MappedFile::readAhead(std::size_t offset, std::size_t length) const noexcept
+{
+    if (offset >= size_)
+        return;
+    length = std::min(length, size_ - offset);
+    // madvise wants a page-aligned start.
+    const auto page = std::size_t(::sysconf(_SC_PAGESIZE));
+    const std::size_t start = offset / page * page;
+    ::madvise(const_cast<std::uint8_t *>(data_) + start, length + (offset - start), MADV_WILLNEED);
 }

@@ -22,6 +22,11 @@ public:
     /// the file is truncated by someone else meanwhile, as with any mapping.
     [[nodiscard]] std::span<const std::uint8_t> bytes() const { return {data_, size_}; }
 
+    /// Asks the system to start reading `length` bytes from `offset` now, in large
+    /// requests, so that a walk that touches only a few bytes of each page it passes does
+    /// not wait on one small read per page fault. A hint: never fails, never blocks long.
+    void readAhead(std::size_t offset, std::size_t length) const noexcept;
+
 private:
     void release() noexcept;
 

@@ -10,6 +10,7 @@
 namespace {
 
 constexpr std::size_t bufferLimit = std::size_t{4} << 20;
+constexpr std::uint64_t writebackStep = std::uint64_t{8} << 20;
 
 std::string folderOf(const std::string &path)
 {
@@ -74,6 +75,13 @@ void AtomicFile::writeAll(const void *data, std::size_t size)
         if (count <= 0)
             throw Failed(failure("Could not write", m_path));
         done += std::size_t(count);
+    }
+    m_onDisk += size;
+    // Start the disk writing what has piled up, so that the flush at commit waits only
+    // for the tail instead of the whole file.
+    if (m_onDisk - m_writebackStarted >= writebackStep) {
+        ::sync_file_range(m_fd, off64_t(m_writebackStarted), off64_t(m_onDisk - m_writebackStarted), SYNC_FILE_RANGE_WRITE);
+        m_writebackStarted = m_onDisk;
     }
 }
 

@@ -36,6 +36,8 @@ private:
     int m_fd = -1;
     std::string m_buffer;
     std::uint64_t m_written = 0;
+    std::uint64_t m_onDisk = 0;            // handed to the system
+    std::uint64_t m_writebackStarted = 0; // of which the disk was asked to write
 };
 
 /// `path` with "-SUFFIX" before its extension ("clip.mp4" -> "clip-repaired.mp4"), with a
