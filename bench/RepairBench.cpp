@@ -3,7 +3,8 @@
 // against reading the damaged file once and against copying it with a flush to the disk,
 // the least any repair that writes a new file costs (the file's cached pages are dropped
 // first where the system allows; best of three). Pictures carry noise so that they are
-// coded at a camera-like rate.
+// coded at a camera-like rate. The clips are made under $TMPDIR (default /tmp): point it at
+// an XFS or Btrfs folder to measure the repair where the copy shares blocks.
 #include "MediaKit/repair/ClipCompare.h"
 #include "MediaKit/repair/ClipRepair.h"
 #include "RepairClips.h"

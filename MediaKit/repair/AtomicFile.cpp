@@ -1,11 +1,13 @@
 #include "MediaKit/repair/AtomicFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -76,12 +78,79 @@ void AtomicFile::writeAll(const void *data, std::size_t size)
             throw Failed(failure("Could not write", m_path));
         done += std::size_t(count);
     }
+    handedOver(size);
+}
+
+void AtomicFile::handedOver(std::uint64_t size)
+{
     m_onDisk += size;
     // Start the disk writing what has piled up, so that the flush at commit waits only
     // for the tail instead of the whole file.
     if (m_onDisk - m_writebackStarted >= writebackStep) {
         ::sync_file_range(m_fd, off64_t(m_writebackStarted), off64_t(m_onDisk - m_writebackStarted), SYNC_FILE_RANGE_WRITE);
         m_writebackStarted = m_onDisk;
+    }
+}
+
+void AtomicFile::copyFrom(int fd, std::uint64_t offset, std::uint64_t length, std::stop_token stop)
+{
+    flush();
+    bool inKernel = true;
+    std::vector<char> block;
+    while (length > 0 && !stop.stop_requested()) {
+        const std::size_t step = std::size_t(std::min<std::uint64_t>(length, writebackStep));
+        ssize_t count = -1;
+        if (inKernel) {
+            loff_t from = loff_t(offset);
+            count = ::copy_file_range(fd, &from, m_fd, nullptr, step, 0);
+            // Not between these two file systems, or not on this system: copy it ourselves.
+            if (count < 0 && (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)) {
+                inKernel = false;
+                continue;
+            }
+            if (count < 0 && errno == EINTR)
+                continue;
+            if (count < 0)
+                throw Failed(failure("Could not write", m_path));
+            if (count == 0)
+                throw Failed("Could not write " + m_path + ": its source ended early");
+            handedOver(std::uint64_t(count));
+        } else {
+            block.resize(std::size_t{1} << 20);
+            count = ::pread(fd, block.data(), std::min(step, block.size()), off_t(offset));
+            if (count < 0 && errno == EINTR)
+                continue;
+            if (count <= 0)
+                throw Failed(failure("Could not read the source of", m_path));
+            writeAll(block.data(), std::size_t(count));
+        }
+        m_written += std::uint64_t(count);
+        offset += std::uint64_t(count);
+        length -= std::uint64_t(count);
+    }
+}
+
+void AtomicFile::truncate(std::uint64_t size)
+{
+    flush();
+    if (size > m_written || ::ftruncate(m_fd, off_t(size)) != 0 || ::lseek(m_fd, off_t(size), SEEK_SET) < 0)
+        throw Failed(failure("Could not write", m_path));
+    m_written = m_onDisk = size;
+    m_writebackStarted = std::min(m_writebackStarted, size);
+}
+
+void AtomicFile::overwrite(std::uint64_t offset, std::span<const std::uint8_t> bytes)
+{
+    flush();
+    if (offset + bytes.size() > m_written)
+        throw Failed("Could not write " + m_path + ": nothing written there yet");
+    for (std::size_t done = 0; done < bytes.size();) {
+        const ssize_t count = ::pwrite(m_fd, bytes.data() + done, bytes.size() - done, off_t(offset + done));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            throw Failed(failure("Could not write", m_path));
+        done += std::size_t(count);
     }
 }
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <span>
 #include <stdexcept>
+#include <stop_token>
 #include <string>
 
 /// A new file written in full before it appears under its name: the bytes go to a
@@ -23,6 +24,14 @@ public:
     ~AtomicFile();
 
     void write(std::span<const std::uint8_t> bytes);
+    /// Appends `length` bytes of the open file `fd` from `offset`, copied by the system
+    /// without passing through this process. Returns early, with what was copied so far,
+    /// once `stop` is requested.
+    void copyFrom(int fd, std::uint64_t offset, std::uint64_t length, std::stop_token stop = {});
+    /// Cuts the file to `size` bytes (of those written so far); writing goes on from there.
+    void truncate(std::uint64_t size);
+    /// Writes `bytes` over what was written at `offset`, which must lie within the file.
+    void overwrite(std::uint64_t offset, std::span<const std::uint8_t> bytes);
     [[nodiscard]] std::uint64_t written() const { return m_written; }
     /// Flushes, syncs and renames the file into place. Throws Failed.
     void commit();
@@ -30,6 +39,7 @@ public:
 private:
     void flush();
     void writeAll(const void *data, std::size_t size);
+    void handedOver(std::uint64_t size);
 
     std::string m_path;
     std::string m_temporary;

@@ -10,12 +10,17 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <fcntl.h>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
 
 using IsoBox::fourcc;
+using IsoBox::put32;
 
 namespace ClipRepair {
 
@@ -378,9 +383,100 @@ bool picturesOfOtherCodec(const Lane &lane, std::span<const std::uint8_t> data, 
 
 std::string codecName(IsoBox::FourCC codec) { return IsoBox::text(codec); }
 
-} // namespace
+// Told, before the walk, which bytes of the clip will be walked and which file type box the
+// repaired clip starts with.
+using BeforeWalk = std::function<void(const IsoBox::Box &ftyp, std::uint64_t from, std::uint64_t to)>;
 
-Plan plan(const std::string &clipPath, const std::string &referencePath, const Progress &progress)
+// The repaired clip, written while the damaged one is walked: the media data is copied as
+// it lies, by the system and on a thread of its own, so that the disk writes the copy
+// while it reads the clip for the walk. Bytes between samples stay in the media data,
+// where no sample points; the file ends after the last sample found, with its index.
+// The media data keeps its place within the disk's blocks, so that a file system that
+// shares blocks between files (XFS, Btrfs) shares them instead of copying: the damaged
+// clip is still never written, its shared blocks being copied on write.
+class CopyWhileWalking {
+public:
+    CopyWhileWalking(const std::string &path, const std::string &clip, const IsoBox::Box &ftyp, std::uint64_t from,
+                     std::uint64_t to)
+        : m_file(path), m_from(from)
+    {
+        m_source = ::open(clip.c_str(), O_RDONLY | O_CLOEXEC);
+        if (m_source < 0)
+            throw DeviceError::cannotOpen(clip, errno);
+        if (ftyp.type)
+            IsoBox::write(ftyp, m_ftyp);
+        m_wide = to - from + 8 > 0xffffffffu;
+        // The head (file type, a free box as padding, the media data's header) ends where the
+        // media data starts in the clip, within a block.
+        const std::uint64_t least = m_ftyp.size() + 8 + mdatHeaderBytes();
+        m_payloadAt = from % blockBytes;
+        while (m_payloadAt < least)
+            m_payloadAt += blockBytes;
+        const std::uint64_t copyAt = m_payloadAt / blockBytes * blockBytes;
+        const std::uint64_t copyFrom = from - (m_payloadAt - copyAt);
+        m_file.write(std::vector<std::uint8_t>(copyAt, 0)); // the head goes here once its size is known
+        m_thread = std::jthread([this, copyFrom, to](std::stop_token stop) {
+            try {
+                m_file.copyFrom(m_source, copyFrom, to - copyFrom, stop);
+            } catch (...) {
+                m_error = std::current_exception();
+            }
+        });
+    }
+    CopyWhileWalking(const CopyWhileWalking &) = delete;
+    CopyWhileWalking &operator=(const CopyWhileWalking &) = delete;
+    ~CopyWhileWalking()
+    {
+        m_thread = {}; // stops and joins the copy before the file goes
+        ::close(m_source);
+    }
+
+    // Ends the file after the planned samples and writes the head and their index. False
+    // when the samples do not lie in the clip in their tracks' order: they must then be
+    // laid out anew. Throws AtomicFile::Failed.
+    bool finish(const Plan &planned)
+    {
+        m_thread.join();
+        if (m_error)
+            std::rethrow_exception(m_error);
+        const std::optional<IsoBox::Box> index = MovieWriter::indexInPlace(planned.output, m_from, m_payloadAt);
+        if (!index)
+            return false;
+        const std::uint64_t payload = std::max(planned.report.recoveredUntil, m_from) - m_from;
+        m_file.truncate(m_payloadAt + payload);
+        std::vector<std::uint8_t> head = m_ftyp;
+        const std::uint64_t padding = m_payloadAt - m_ftyp.size() - mdatHeaderBytes();
+        put32(head, std::uint32_t(padding));
+        put32(head, fourcc("free"));
+        head.resize(head.size() + padding - 8, 0);
+        put32(head, m_wide ? 1 : std::uint32_t(payload + 8));
+        put32(head, fourcc("mdat"));
+        if (m_wide)
+            IsoBox::put64(head, payload + 16);
+        m_file.overwrite(0, head);
+        std::vector<std::uint8_t> bytes;
+        IsoBox::write(*index, bytes);
+        m_file.write(bytes);
+        m_file.commit();
+        return true;
+    }
+
+private:
+    static constexpr std::uint64_t blockBytes = 4096;
+    std::uint64_t mdatHeaderBytes() const { return m_wide ? 16 : 8; }
+
+    AtomicFile m_file;
+    int m_source = -1;
+    std::uint64_t m_from = 0;
+    std::vector<std::uint8_t> m_ftyp;
+    std::uint64_t m_payloadAt = 0; // where the media data starts in the repaired clip
+    bool m_wide = false;
+    std::exception_ptr m_error;
+    std::jthread m_thread;
+};
+
+Plan planWith(const std::string &clipPath, const std::string &referencePath, const Progress &progress,
+              const BeforeWalk &beforeWalk)
 {
     if (referencePath.empty())
         throw Error(Error::Kind::noReference,
@@ -449,8 +545,11 @@ Plan plan(const std::string &clipPath, const std::string &referencePath, const P
         std::vector<Lane> lanes;
         for (const Movie::Track &track : reference.tracks)
             lanes.push_back(laneFor(track, reference.moov.children[track.trakIndex], *referenceMap));
+        if (beforeWalk)
+            beforeWalk(reference.ftyp, from, to);
         // The walk reads a few bytes of each picture; the clip is read ahead of it at the
-        // disk's pace, and the copy that follows finds it in memory too.
+        // disk's pace (a copy that shares blocks reads nothing), and a copy after it finds
+        // it in memory too.
         const CacheWarmer warmer(clipPath, from, to);
         Walker walker(lanes, data.first(to));
         result.report.recoveredUntil = walker.walk(from, progress, result.report.unreadableBytes);
@@ -506,13 +605,34 @@ Plan plan(const std::string &clipPath, const std::string &referencePath, const P
     return result;
 }
 
+} // namespace
+
+Plan plan(const std::string &clip, const std::string &reference, const Progress &progress)
+{
+    return planWith(clip, reference, progress, {});
+}
+
 Report repair(const std::string &clip, const std::string &reference, const std::string &output, const Progress &progress)
 {
-    Plan planned = plan(clip, reference, progress);
     const std::string path = output.empty() ? freeNameBeside(clip, "repaired") : output;
     if (sameFile(path, clip))
         throw Error(Error::Kind::cannotWrite, "the repaired clip cannot be written over the damaged one: " + path);
+    std::optional<CopyWhileWalking> copy;
+    Plan planned = planWith(clip, reference, progress, [&](const IsoBox::Box &ftyp, std::uint64_t from, std::uint64_t to) {
+        try {
+            copy.emplace(path, clip, ftyp, from, to);
+        } catch (const AtomicFile::Failed &error) {
+            throw Error(Error::Kind::cannotWrite, error.what());
+        } catch (const DeviceError &error) {
+            throw Error(Error::Kind::unreadable, error.what());
+        }
+    });
     try {
+        if (copy && copy->finish(planned)) {
+            planned.report.output = path;
+            return planned.report;
+        }
+        copy.reset();
         const MappedFile source(clip);
         const std::span<const std::uint8_t> sources[] = {source.bytes()};
         MovieWriter::write(path, planned.output, sources, progress);

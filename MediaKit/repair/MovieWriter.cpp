@@ -352,6 +352,42 @@ void write(const std::string &path, const Output &output, std::span<const std::s
     file.commit();
 }
 
+std::optional<Box> indexInPlace(const Output &output, std::uint64_t from, std::uint64_t at)
+{
+    struct Placed {
+        std::uint64_t offset;
+        std::size_t track;
+        const Movie::Sample *sample;
+    };
+    std::vector<Placed> placed;
+    for (std::size_t t = 0; t < output.tracks.size(); ++t) {
+        std::uint64_t end = from;
+        for (const Movie::Sample &s : output.tracks[t].samples) {
+            if (s.source != 0 || s.offset < end)
+                return std::nullopt;
+            end = s.offset + s.size;
+            placed.push_back({s.offset, t, &s});
+        }
+    }
+    std::sort(placed.begin(), placed.end(), [](const Placed &a, const Placed &b) { return a.offset < b.offset; });
+    std::vector<std::vector<std::uint64_t>> offsets(output.tracks.size());
+    std::vector<std::vector<std::uint32_t>> frames(output.tracks.size());
+    std::size_t previous = SIZE_MAX;
+    std::uint64_t previousEnd = 0, chunkBytes = 0;
+    for (const Placed &p : placed) {
+        if (p.track != previous || p.offset != previousEnd || chunkBytes + p.sample->size > chunkByteLimit) {
+            offsets[p.track].push_back(p.offset - from + at);
+            frames[p.track].push_back(0);
+            chunkBytes = 0;
+            previous = p.track;
+        }
+        frames[p.track].back() += p.sample->frames;
+        chunkBytes += p.sample->size;
+        previousEnd = p.offset + p.sample->size;
+    }
+    return buildIndex(output, offsets, frames);
+}
+
 TrackSummary summarise(const TrackOutput &track)
 {
     const Movie::Track info = Movie::describe(track.trak);

@@ -3,6 +3,7 @@
 #include "MediaKit/repair/Movie.h"
 
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -54,6 +55,12 @@ void write(const std::string &path, const Output &output, std::span<const std::s
 /// The index alone, for samples placed at the given offsets (for tests and sizes).
 IsoBox::Box buildIndex(const Output &output, const std::vector<std::vector<std::uint64_t>> &chunkOffsets,
                        const std::vector<std::vector<std::uint32_t>> &chunkFrames);
+
+/// The index for samples left where they lie in source 0, its byte `from` landing at
+/// `at` in the written file: a chunk is a run of one track's samples that follow one
+/// another there. Empty when a track's samples do not lie in the file in their order,
+/// which only write() can lay out.
+std::optional<IsoBox::Box> indexInPlace(const Output &output, std::uint64_t from, std::uint64_t at);
 
 /// Whether chunk offsets up to `largest` need the 64-bit table.
 constexpr bool needsWideOffsets(std::uint64_t largest) { return largest > 0xffffffffu; }

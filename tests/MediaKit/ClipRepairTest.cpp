@@ -13,6 +13,7 @@
 
 #include <filesystem>
 #include <map>
+#include <unistd.h>
 
 using IsoBox::fourcc;
 using namespace RepairClips;
@@ -184,6 +185,22 @@ TEST_F(ClipRepairTest, ClearErrorsAndTheDamagedClipIsNeverWritten)
     auto [over, overText] = kindOf(damaged, reference("h264-aac"), damaged);
     EXPECT_EQ(over, ClipRepair::Error::Kind::cannotWrite) << overText;
     EXPECT_EQ(readFile(damaged), before);
+    // The copy made while the clip was walked goes with the failed repairs.
+    for (const auto &entry : std::filesystem::directory_iterator(folder)) {
+        const std::string name = entry.path().filename().string();
+        EXPECT_TRUE(name[0] != '.' && name.find("-repaired") == std::string::npos) << name << " was left behind";
+    }
+
+    // Onto another file system (a RAM disk) the system cannot copy between the two, and the
+    // repair copies the media data itself.
+    if (std::filesystem::is_directory("/dev/shm")) {
+        const std::string elsewhere = "/dev/shm/sorvi-repaired-" + std::to_string(getpid()) + ".mp4";
+        const auto lost = damage(clips.at("h264-aac"), damaged, Damage::zeroedRegion);
+        ClipRepair::repair(damaged, reference("h264-aac"), elsewhere);
+        for (const ClipCompare::TrackMatch &match : ClipCompare::compare(clips.at("h264-aac"), elsewhere, lost))
+            EXPECT_GE(match.share(), 0.99) << match.codec;
+        std::filesystem::remove(elsewhere);
+    }
 }
 
 TEST_F(ClipRepairTest, JoinKeepsEveryTrackOneTimecodeAndAlignsTheSeams)

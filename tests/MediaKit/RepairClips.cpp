@@ -281,7 +281,8 @@ void writeFile(const std::string &path, const std::vector<std::uint8_t> &bytes)
 
 std::string temporaryFolder()
 {
-    std::string pattern = "/tmp/sorvi-repair-XXXXXX";
+    const char *base = std::getenv("TMPDIR");
+    std::string pattern = std::string(base && *base ? base : "/tmp") + "/sorvi-repair-XXXXXX";
     if (!mkdtemp(pattern.data()))
         throw std::runtime_error("cannot make a temporary folder");
     return pattern;
