@@ -68,7 +68,7 @@ void measure(const FaceModels &models, const QString &name, const QString &path)
     const std::vector<QRectF> boxes = models.detect(grey);
     const double scale = double(larger.width()) / working.width();
 
-    const double check = medianMs([&] { FaceCheck::check(working, [&] { return std::optional<QImage>(larger); }); });
+    const double check = medianMs([&] { FaceCheck::check(working, [&](int) { return std::optional<QImage>(larger); }); });
     const double detect = medianMs([&] { models.detect(grey); });
     const double landmarks = medianMs([&] {
         for (const QRectF &box : boxes)

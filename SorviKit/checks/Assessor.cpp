@@ -94,17 +94,17 @@ double sharpness(const QImage &image)
 }
 
 Assessment assess(const QImage &image, int orientation,
-                  const std::function<std::optional<OrientedImage>()> &larger)
+                  const std::function<std::optional<OrientedImage>(int longSide)> &larger)
 {
     Assessment result;
     result.sharpness = sharpness(image);
     // Faces are found on upright pictures; the eye pass asks for the larger one only
     // once a face was seen on this one.
     const QImage upright = PreviewLoader::upright(image, orientation);
-    const FaceFindings found = FaceCheck::check(upright, [&]() -> std::optional<QImage> {
+    const FaceFindings found = FaceCheck::check(upright, [&](int longSide) -> std::optional<QImage> {
         if (!larger)
             return std::nullopt;
-        const std::optional<OrientedImage> picture = larger();
+        const std::optional<OrientedImage> picture = larger(longSide);
         if (!picture || picture->first.isNull())
             return std::nullopt;
         return PreviewLoader::upright(picture->first, picture->second);

@@ -20,17 +20,16 @@ namespace Assessor {
 
 /// The long side of the preview the checks run on.
 inline constexpr int workingPixels = 1024;
-/// The long side of the larger preview asked for when faces were found, for the eyes.
-inline constexpr int facePixels = 2048;
 
 /// A picture with the EXIF orientation it still needs for display.
 using OrientedImage = std::pair<QImage, int>;
 
 /// The whole check of one picture. `image` is the shot's preview at workingPixels and
 /// `orientation` its EXIF orientation. `larger` is called at most once, and only when a
-/// face was found, for the same shot at facePixels. Never throws.
+/// face was found, for the same shot with the asked long side, for the eyes (see
+/// FaceCheck::check). Never throws.
 Assessment assess(const QImage &image, int orientation,
-                  const std::function<std::optional<OrientedImage>()> &larger = {});
+                  const std::function<std::optional<OrientedImage>(int longSide)> &larger = {});
 
 /// Variance of the 4-neighbour Laplacian of the picture in grey at most 1024 px on its
 /// long side (at least 8 × 8), taken per tile of a 4 × 4 grid; the best tile counts, so a

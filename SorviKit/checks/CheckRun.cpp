@@ -97,8 +97,9 @@ Outcome checkPending(const QList<Shot> &shots, AssessmentStore &store, PreviewLo
             if (!shot)
                 return;
             if (const auto preview = loader.preview(*shot, Assessor::workingPixels)) {
-                const Assessment result = Assessor::assess(preview->image, preview->orientation, [&] {
-                    const auto larger = loader.preview(*shot, Assessor::facePixels);
+                const Assessment result = Assessor::assess(preview->image, preview->orientation, [&](int longSide) {
+                    // Sized for this shot's faces, so no one else would find it in the cache.
+                    const auto larger = loader.decoded(*shot, longSide);
                     return larger ? std::optional(Assessor::OrientedImage{larger->image, larger->orientation})
                                   : std::nullopt;
                 });

@@ -140,13 +140,12 @@ bool wideEnough(const QRectF &box, int pictureWidth)
 }
 
 // The larger picture, grey, when there is one that shows the same frame; else nothing.
-std::optional<QImage> largerGrey(const QImage &grey,
-                                 const std::function<std::optional<QImage>()> &larger)
+std::optional<QImage> largerGrey(const QImage &grey, const FaceCheck::LargerPicture &larger, double narrowestFace)
 {
     std::optional<QImage> picture;
     try {
         if (larger)
-            picture = larger();
+            picture = larger(FaceCheck::eyePictureLongSide(std::max(grey.width(), grey.height()), narrowestFace));
     } catch (const std::exception &) {
         return std::nullopt; // the caller's failure; the working picture will do
     }
@@ -209,14 +208,19 @@ QRectF fractionOf(const QRectF &box, QSize picture)
 
 namespace FaceCheck {
 
-FaceFindings check(const QImage &working, const std::function<std::optional<QImage>()> &larger)
+int eyePictureLongSide(int workingLongSide, double narrowestFace)
+{
+    const double wanted = narrowestFace > 0 ? std::ceil(workingLongSide * eyeFacePixels / narrowestFace) : 0;
+    return int(std::clamp<double>(wanted, leastEyePicturePixels, mostEyePicturePixels));
+}
+
+FaceFindings check(const QImage &working, const LargerPicture &larger)
 {
     const FaceModels *models = FaceModels::shared();
     return models ? check(*models, working, larger) : FaceFindings();
 }
 
-FaceFindings check(const FaceModels &models, const QImage &working,
-                   const std::function<std::optional<QImage>()> &larger)
+FaceFindings check(const FaceModels &models, const QImage &working, const LargerPicture &larger)
 {
     FaceFindings findings;
     if (working.isNull())
@@ -234,7 +238,10 @@ FaceFindings check(const FaceModels &models, const QImage &working,
     if (counted.empty())
         return findings;
 
-    const std::optional<QImage> big = largerGrey(grey, larger);
+    double narrowest = counted.front().box.width();
+    for (const Face &face : counted)
+        narrowest = std::min(narrowest, face.box.width());
+    const std::optional<QImage> big = largerGrey(grey, larger, narrowest);
     const QImage &eyes = big ? *big : grey;
     const std::vector<std::optional<EyeVerdict>> verdicts =
         judgeEyes(models, eyes, counted, double(eyes.width()) / grey.width());

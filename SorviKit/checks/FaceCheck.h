@@ -37,25 +37,42 @@ struct FaceFindings {
 namespace FaceCheck {
 
 /// Faces narrower than this fraction of the picture width are not counted (too small to judge
-/// their eyes) but still give a face quality.
-constexpr double minimumFaceWidth = 0.04;
+/// their eyes) but still give a face quality. A little below 40 pixels of a 1024-pixel
+/// preview, so that the detector's boxes of faces that wide are all counted.
+constexpr double minimumFaceWidth = 0.035;
 /// An eye whose openness is below this is closed when only the working picture's landmarks
 /// can judge it.
 constexpr double opennessThreshold = 0.12;
 
+/// Gives the shot at about the asked long side, upright and with the same proportions
+/// (smaller when the shot has no more pixels), or nothing.
+using LargerPicture = std::function<std::optional<QImage>(int longSide)>;
+
+/// Eyes are judged on a picture where the narrowest counted face is about this wide.
+constexpr double eyeFacePixels = 128;
+/// The long side asked of the larger picture: at least the first, at most the second.
+constexpr int leastEyePicturePixels = 2048;
+constexpr int mostEyePicturePixels = 4096;
+
+/// The long side to ask the larger picture for, for eyes in a working picture whose long
+/// side is `workingLongSide` and whose narrowest counted face is `narrowestFace` wide:
+/// enough for that face to be eyeFacePixels wide, within the bounds above.
+int eyePictureLongSide(int workingLongSide, double narrowestFace);
+
 /// Checks one shot. `working`: the shot's preview, about 1024 pixels on its long side,
 /// already upright, any format. `larger`: called at most once, and only when a face of at
-/// least the minimum width was found; it may yield the same shot at about 2048 pixels,
-/// upright (with the same proportions), for the eye test; without it, or when it throws
-/// or does not match, the working picture is used.
+/// least the minimum width was found, with eyePictureLongSide; it may yield the same shot
+/// at about that size; without it, or when it throws or does not match, the working
+/// picture is used. A face of 40 pixels in a 1024-pixel preview of a 24-megapixel shot is
+/// so judged at about 120 pixels, where closed lids are told from open eyes.
 ///
 /// Faces are found on the working picture (dlib's HOG detector on the picture doubled) and
 /// each gets 68 landmarks and a quality. Eyes are then judged on the larger picture: closed
 /// when the landmarks' aspect ratios say so (see bothEyesClosed), using OpenCV's open-eye
-/// cascade as the second witness. A face too small there, too blurred or turned too far is
-/// marked eyesUnclear and never counts as closed. When that pass judges no face (without the
-/// eye cascade), the working picture's landmark openness decides (both eyes below
-/// opennessThreshold).
+/// cascade as the second witness. A face too small there (a shot with no more pixels), too
+/// blurred or turned too far is marked eyesUnclear and never counts as closed. When that
+/// pass judges no face (without the eye cascade), the working picture's landmark openness
+/// decides (both eyes below opennessThreshold).
 ///
 /// Face quality ranks captures of the same face (the better frame of a burst scores higher);
 /// it is not comparable between different people. It is
@@ -67,11 +84,10 @@ constexpr double opennessThreshold = 0.12;
 ///
 /// Thread-safe; callable from many threads at once; blocking (a few hundred ms); never
 /// throws. Without the face models (see FaceModels::shared) it finds nothing.
-FaceFindings check(const QImage &working, const std::function<std::optional<QImage>()> &larger);
+FaceFindings check(const QImage &working, const LargerPicture &larger);
 
 /// The same check with the given models instead of the shared ones.
-FaceFindings check(const FaceModels &models, const QImage &working,
-                   const std::function<std::optional<QImage>()> &larger);
+FaceFindings check(const FaceModels &models, const QImage &working, const LargerPicture &larger);
 
 /// Openness of an eye from its landmark points: (max y − min y) / (max x − min x); 1 when
 /// there are no points or max x <= min x.

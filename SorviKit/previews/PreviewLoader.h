@@ -31,6 +31,10 @@ public:
     /// tries again. Blocking.
     std::optional<ShotPreview> preview(const Shot &shot, int maxPixels);
 
+    /// The same picture as preview(), decoded now and not cached: for one-off sizes that
+    /// nothing else asks for. Blocking.
+    std::optional<ShotPreview> decoded(const Shot &shot, int maxPixels) const { return make(shot, maxPixels); }
+
     /// The cached picture for the same request, never decoding. Safe on the GUI thread.
     std::optional<ShotPreview> cached(const Shot &shot, int maxPixels) const;
 

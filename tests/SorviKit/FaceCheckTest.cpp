@@ -6,6 +6,7 @@
 #include <QImageReader>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QPainter>
 #include <QTemporaryDir>
 #include <QTransform>
 #include <gtest/gtest.h>
@@ -41,10 +42,10 @@ QImage preview(const QString &path, int longSide)
 // Checks a corpus picture the way the application does, counting the calls for the larger one.
 FaceFindings checkFile(const QString &path, int *largerCalls = nullptr)
 {
-    return FaceCheck::check(preview(path, 1024), [=]() -> std::optional<QImage> {
+    return FaceCheck::check(preview(path, 1024), [=](int longSide) -> std::optional<QImage> {
         if (largerCalls)
             ++*largerCalls;
-        return preview(path, 2048);
+        return preview(path, longSide);
     });
 }
 
@@ -83,7 +84,7 @@ TEST(FaceCheck, NothingFromPicturesWithoutFacesOrWithoutModels)
     QImage grey(1024, 683, QImage::Format_RGB32);
     grey.fill(QColor(128, 128, 128));
     for (const QImage &picture : {QImage(), grey, grey.scaled(5, 5)}) {
-        const auto larger = [&]() -> std::optional<QImage> { return ++calls, std::nullopt; };
+        const auto larger = [&](int) -> std::optional<QImage> { return ++calls, std::nullopt; };
         EXPECT_EQ(FaceCheck::check(picture, larger), FaceFindings()) << picture.width() << "×" << picture.height();
     }
     EXPECT_EQ(calls, 0) << "the larger picture is only wanted when there is a face";
@@ -157,6 +158,20 @@ TEST(FaceCheckCorpus, ClosedPairWinkAndSmallFace)
         ASSERT_EQ(wink.faceMarks.size(), 1) << subject.toStdString();
         EXPECT_EQ(wink.eyesClosed, 0) << "a wink is not closed eyes: " << subject.toStdString();
     }
+    // The same face 40 px wide in the preview of a large shot: its eyes are judged on a
+    // picture asked for at the size that shows the face about 128 px wide.
+    QImage shot(3328, 2218, QImage::Format_RGB32);
+    shot.fill(QColor(118, 118, 118));
+    QPainter(&shot).drawImage(QPoint(1500, 1000), preview(faces("yale/subject03_sleepy.jpg"), 1024));
+    int asked = 0;
+    const FaceFindings framed = FaceCheck::check(shot.scaledToWidth(1024, Qt::SmoothTransformation), [&](int longSide) {
+        asked = longSide;
+        return std::optional(shot.scaledToWidth(std::min(longSide, shot.width()), Qt::SmoothTransformation));
+    });
+    EXPECT_GT(asked, FaceCheck::leastEyePicturePixels);
+    EXPECT_LE(asked, FaceCheck::mostEyePicturePixels);
+    ASSERT_EQ(framed.faceMarks.size(), 1);
+    EXPECT_TRUE(framed.faceMarks[0].eyesClosed);
     // At a third of its size the face is about 44 px wide and no larger picture exists.
     const QImage full = preview(faces("yale/subject01_sleepy.jpg"), 1024);
     const FaceFindings small = FaceCheck::check(full.scaled(full.size() / 3, Qt::IgnoreAspectRatio, Qt::SmoothTransformation), {});
@@ -192,15 +207,15 @@ TEST(FaceCheckCorpus, LargerPictureIsOptionalAndTheEyeCascadeToo)
     ASSERT_GT(alone.faces, 0);
     // Faces found on the working picture are looked up at their place in the larger one.
     const QImage twice = working.scaled(working.size() * 2, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-    const FaceFindings larger = FaceCheck::check(working, [&] { return std::optional<QImage>(twice); });
+    const FaceFindings larger = FaceCheck::check(working, [&](int) { return std::optional<QImage>(twice); });
     EXPECT_EQ(larger.faces, alone.faces);
     EXPECT_EQ(larger.eyesClosed, alone.eyesClosed);
     // When the larger picture fails to decode, or is not the same frame (the caller forgot
     // to turn it, say), the working picture will do.
-    const auto failing = []() -> std::optional<QImage> { throw std::runtime_error("cannot decode"); };
+    const auto failing = [](int) -> std::optional<QImage> { throw std::runtime_error("cannot decode"); };
     EXPECT_EQ(FaceCheck::check(working, failing), alone);
     const QImage half = working.copy(0, 0, working.width() / 2, working.height());
-    EXPECT_EQ(FaceCheck::check(working, [&] { return std::optional<QImage>(half); }), alone);
+    EXPECT_EQ(FaceCheck::check(working, [&](int) { return std::optional<QImage>(half); }), alone);
 
     // Without the eye cascade the landmarks' openness judges; it sees these lids a little
     // apart, so the eyes the cascade finds closed pass as open.
