@@ -23,5 +23,5 @@ export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 ctest --test-dir build/asan --output-on-failure -j"$jobs"
 
-echo "== Fuzzing the RAW preview scan and extraction (60 s each)"
+echo "== Fuzzing the RAW preview scan and extraction, the clip box reader and the JPEG header rebuild (60 s each)"
 bash scripts/fuzz.sh 60

@@ -96,51 +96,32 @@ TEST(FaceCheck, NothingFromPicturesWithoutFacesOrWithoutModels)
     EXPECT_FALSE(FaceModels::load(dir.filePath("junk.dat"), FaceModels::defaultEyeCascadePath));
 }
 
-TEST(FaceCheckCorpus, MatchesLabels)
+// What must hold of every labelled picture, whatever the levels the accuracy bench
+// measures: the larger picture is wanted once at most and only for a face, and the marks
+// make the counts, each inside the picture.
+TEST(FaceCheckCorpus, MarksMakeTheCountsOnEveryLabelledPicture)
 {
     SKIP_WITHOUT_CORPUS();
     SKIP_WITHOUT_FACE_MODELS();
     const QJsonObject images = QJsonDocument::fromJson(TestFiles::read(faces("labels.json")))["images"].toObject();
     ASSERT_FALSE(images.isEmpty());
-    // A face found beyond a picture's label is a false one; closed eyes are scored only
-    // where the label is certain.
-    int labelled = 0, found = 0, falseFaces = 0, closedLabelled = 0, closedRight = 0, closedWrong = 0, winks = 0,
-        winksClosed = 0;
+    int found = 0;
     for (auto it = images.begin(); it != images.end(); ++it) {
-        const QJsonObject label = it.value().toObject();
+        SCOPED_TRACE(it.key().toStdString());
         int calls = 0;
         const FaceFindings result = checkFile(faces(it.key()), &calls);
-        EXPECT_LE(calls, result.faces > 0 ? 1 : 0) << it.key().toStdString();
-        EXPECT_EQ(result.faceQuality.has_value(), !result.eyeReport.isEmpty()) << it.key().toStdString();
-        // Each counted face has a mark inside the picture; the marks make the counts.
-        EXPECT_EQ(result.faceMarks.size(), result.faces) << it.key().toStdString();
+        found += result.faces;
+        EXPECT_LE(calls, result.faces > 0 ? 1 : 0);
+        EXPECT_EQ(result.faceQuality.has_value(), !result.eyeReport.isEmpty());
+        EXPECT_EQ(result.faceMarks.size(), result.faces);
         EXPECT_EQ(std::count_if(result.faceMarks.begin(), result.faceMarks.end(), [](const FaceMark &m) { return m.eyesClosed; }),
-                  result.eyesClosed) << it.key().toStdString();
-        for (const FaceMark &mark : result.faceMarks)
-            EXPECT_TRUE(!mark.box.isEmpty() && QRectF(0, 0, 1, 1).contains(mark.box)) << it.key().toStdString();
-        const int expected = label["faces"].toInt();
-        labelled += expected;
-        found += std::min(result.faces, expected);
-        falseFaces += std::max(0, result.faces - expected);
-        if (!label.contains("both_eyes_closed"))
-            continue;
-        const int closed = label["both_eyes_closed"].toInt();
-        closedLabelled += closed;
-        closedRight += std::min(result.eyesClosed, closed);
-        closedWrong += std::max(0, result.eyesClosed - closed);
-        if (label["one_eye_closed"].toInt() == 1 && closed == 0) {
-            ++winks;
-            winksClosed += result.eyesClosed > 0 ? 1 : 0;
+                  result.eyesClosed);
+        for (const FaceMark &mark : result.faceMarks) {
+            EXPECT_TRUE(!mark.box.isEmpty() && QRectF(0, 0, 1, 1).contains(mark.box));
+            EXPECT_FALSE(mark.eyesClosed && mark.eyesUnclear);
         }
     }
-    // The levels measured when the method was chosen. The two faces missed are the profile in
-    // the old portrait and in its sideways copy, which a frontal detector cannot see.
-    EXPECT_GE(found, 0.95 * labelled);
-    EXPECT_EQ(falseFaces, 0);
-    EXPECT_GE(closedRight, 99 * closedWrong) << "closed eyes found with a precision of 0.99";
-    EXPECT_GE(closedRight, 0.75 * closedLabelled);
-    EXPECT_GT(winks, 0);
-    EXPECT_EQ(winksClosed, 0);
+    EXPECT_GT(found, 0);
 }
 
 // The eye verdict on faces no one would argue about: a person asleep, the same person
