@@ -161,25 +161,25 @@ void SorviModel::setShowAskAI(bool shown) { assign(m_showAskAI, shown, &SorviMod
 void SorviModel::setAutoAdvance(bool on)
 {
     if (assign(m_autoAdvance, on, &SorviModel::autoAdvanceChanged))
-        noteSettingsWrite(UserSettings::setValue(QLatin1String(autoAdvanceKey), on));
+        writeSettings([on] { return UserSettings::setValue(QLatin1String(autoAdvanceKey), on); });
 }
 
 void SorviModel::setShowChecks(bool on)
 {
     if (assign(m_showChecks, on, &SorviModel::showChecksChanged))
-        noteSettingsWrite(UserSettings::setValue(QLatin1String(showChecksKey), on));
+        writeSettings([on] { return UserSettings::setValue(QLatin1String(showChecksKey), on); });
 }
 
 void SorviModel::setShowInspector(bool on)
 {
     if (assign(m_showInspector, on, &SorviModel::showInspectorChanged))
-        noteSettingsWrite(UserSettings::setValue(QLatin1String(showInspectorKey), on));
+        writeSettings([on] { return UserSettings::setValue(QLatin1String(showInspectorKey), on); });
 }
 
 void SorviModel::setKeepZoom(bool on)
 {
     if (assign(m_keepZoom, on, &SorviModel::keepZoomChanged))
-        noteSettingsWrite(UserSettings::setValue(QLatin1String(keepZoomKey), on));
+        writeSettings([on] { return UserSettings::setValue(QLatin1String(keepZoomKey), on); });
 }
 
 void SorviModel::setShowClipping(bool on)
@@ -286,6 +286,19 @@ void SorviModel::noteSettingsWrite(const UserSettings::Outcome &outcome)
     if (!outcome.notice.isEmpty())
         m_notice = outcome.notice;
     refreshWarning();
+}
+
+void SorviModel::writeSettings(std::function<UserSettings::Outcome()> write, std::function<void()> then)
+{
+    m_writer.post([this, write = std::move(write), then = std::move(then)] {
+        const UserSettings::Outcome outcome = write();
+        // Dropped with the model, which waits for this job before it goes.
+        QMetaObject::invokeMethod(this, [this, outcome, then] {
+            noteSettingsWrite(outcome);
+            if (then)
+                then();
+        }, Qt::QueuedConnection);
+    });
 }
 
 QString SorviModel::warning() const
@@ -449,8 +462,8 @@ void SorviModel::holdAccess(const QString &folder)
 
 void SorviModel::remember(const QString &folder)
 {
-    noteSettingsWrite(FolderAccess::remember(QSettings(), folder));
-    emit recentFoldersChanged();
+    writeSettings([folder] { return FolderAccess::remember(QSettings(), folder); },
+                  [this] { emit recentFoldersChanged(); });
 }
 
 QList<FolderAccess::StoredBookmark> SorviModel::recentBookmarks()

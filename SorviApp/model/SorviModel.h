@@ -271,6 +271,10 @@ public:
     /// Shows a settings write that failed (or kept an unreadable file aside) in the
     /// warning line, like every other write of ours; a later good write clears it.
     void noteSettingsWrite(const UserSettings::Outcome &outcome);
+    /// Runs `write`, a write of the settings file, on the writer's thread after the writes
+    /// asked for before it (the GUI thread never waits for the disk); then, on the GUI
+    /// thread, shows its outcome (see noteSettingsWrite) and runs `then`.
+    void writeSettings(std::function<UserSettings::Outcome()> write, std::function<void()> then = {});
 
     /// Blocks until every write of our files asked for so far is on disk (or failed): for
     /// quitting and for tests, never for an action.

@@ -181,7 +181,7 @@ void SorviModel::setCheckThresholds(const CheckThresholds &thresholds)
         return;
     const bool regroup = wanted.burstGapSeconds != m_checkThresholds.burstGapSeconds;
     m_checkThresholds = wanted;
-    noteSettingsWrite(CheckSettings::write(wanted));
+    writeSettings([wanted] { return CheckSettings::write(wanted); });
     if (regroup && !m_loading)
         setBursts(numbered(Bursts::group(m_shots, wanted.burstGapSeconds)));
     remark();

@@ -148,7 +148,7 @@ void HandoffView::loadChoices()
 
 void HandoffView::remember(const char *key, const QVariant &value)
 {
-    m_model.noteSettingsWrite(UserSettings::setValue(QLatin1String(key), value));
+    m_model.writeSettings([key, value] { return UserSettings::setValue(QLatin1String(key), value); });
 }
 
 void HandoffView::learnCardState()

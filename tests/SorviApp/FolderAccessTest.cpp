@@ -35,16 +35,18 @@ TEST(RecentFolders, EightMostRecentFirstWithoutDuplicatesAndWhetherReachable)
     SorviModel model(ModelTest::withoutChecks());
     QSignalSpy changed(&model, &SorviModel::recentFoldersChanged);
     ASSERT_TRUE(openAndWait(model, folders[0]));
-    EXPECT_EQ(changed.size(), 1);
+    // The list is written off the GUI thread and announced once it is on disk.
+    EXPECT_TRUE(waitFor([&] { return changed.size() == 1; }));
     for (int i = 1; i < 9; ++i)
         model.remember(folders[i]);
+    ASSERT_TRUE(waitFor([&] { return changed.size() == 9; }));
     const QStringList newestFirst{folders[8], folders[7], folders[6], folders[5],
                                   folders[4], folders[3], folders[2], folders[1]};
     EXPECT_EQ(pathsOf(model.recentFolders()), newestFirst);
     EXPECT_EQ(QSettings().value(FolderAccess::recentFoldersKey).toStringList(), newestFirst);
 
     model.open(folders[4]); // already in the list: moved to the front
-    ASSERT_TRUE(waitFor([&] { return !model.loading(); }));
+    ASSERT_TRUE(waitFor([&] { return !model.loading() && changed.size() == 10; }));
     const QList<RecentFolder> recent = model.recentFolders();
     EXPECT_EQ(pathsOf(recent), QStringList{folders[4]} + newestFirst.mid(0, 4) + newestFirst.mid(5));
     EXPECT_TRUE(std::all_of(recent.begin(), recent.end(), [](const RecentFolder &f) { return f.connected; }));
@@ -70,11 +72,12 @@ TEST(MountWatcherTest, MountingACardRefreshesTheRecentFolders)
     SorviModel model(ModelTest::withoutChecks());
     MountWatcher watcher;
     ASSERT_TRUE(watcher.isWatching());
-    model.remember(mountPoint + "/DCIM");
-    EXPECT_FALSE(model.recentFolders().first().connected);
-
     QSignalSpy mounts(&watcher, &MountWatcher::mountsChanged);
     QSignalSpy recent(&model, &SorviModel::recentFoldersChanged);
+    model.remember(mountPoint + "/DCIM");
+    ASSERT_TRUE(waitFor([&] { return !recent.isEmpty(); }, 10000));
+    EXPECT_FALSE(model.recentFolders().first().connected);
+    recent.clear();
     ASSERT_EQ(::mount(source.constData(), target.constData(), nullptr, MS_BIND, nullptr), 0);
     EXPECT_TRUE(mounts.wait(10000));
     EXPECT_TRUE(waitFor([&] { return !recent.isEmpty(); }, 10000));

@@ -91,11 +91,11 @@ TEST(RatingsSafety, AFailedWriteIsShownUntilTheNextGoodOne)
     QFile::rename(settingsFile, saved);
     ASSERT_TRUE(QDir().mkpath(settingsFile));
     model.setShowChecks(!model.showChecks());
-    EXPECT_TRUE(model.warning().contains(settingsFile)) << model.warning().toStdString();
+    EXPECT_TRUE(waitFor([&] { return model.warning().contains(settingsFile); }, 10'000)) << model.warning().toStdString();
     ASSERT_TRUE(QDir(settingsFile).removeRecursively());
     QFile::rename(saved, settingsFile);
     model.setShowChecks(!model.showChecks());
-    EXPECT_TRUE(model.warning().isEmpty()) << model.warning().toStdString();
+    EXPECT_TRUE(waitFor([&] { return model.warning().isEmpty(); }, 10'000)) << model.warning().toStdString();
 }
 
 TEST(RatingsSafety, KeyPressesNeverWaitForTheDiskAndQuittingWaitsForTheLastWrite)

@@ -167,6 +167,7 @@ TEST_F(OpenedShoot, AutoAdvanceFollowsTheFilterAndIsRemembered)
     model->reject();
     EXPECT_EQ(model->selection(), ids[0]);
     model->setShowChecks(false);
+    model->waitForWrites();
     SorviModel later;
     EXPECT_FALSE(later.autoAdvance());
     EXPECT_FALSE(later.showChecks());

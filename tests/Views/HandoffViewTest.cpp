@@ -130,6 +130,7 @@ TEST(HandoffView, DefaultsChoicesCountsMovesAndPutBack)
     EXPECT_TRUE(text(view, "copyText").endsWith(" 1 photo selected."));
     EXPECT_EQ(text(view, "destinationName"), "No folder chosen");
     child<QCheckBox>(view, "copy")->click();
+    model.waitForWrites();
     EXPECT_EQ(QSettings().value(HandoffView::copyWhatKey).toString(), "rated") << "choices are remembered";
 
     // The defaults write sidecars and the flags list beside the photos, nothing else.

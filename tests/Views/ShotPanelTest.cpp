@@ -130,6 +130,7 @@ TEST(ShotPanel, StoredChecksAndFaceCloseUps)
     EXPECT_TRUE(before.startsWith(QStringLiteral("In this folder: 1 soft photo, "))) << before.toStdString();
     page.softPercent()->setValue(page.softPercent()->minimum());
     EXPECT_FALSE(model.soft().contains(soft)) << "5 is not below 2 % of 100";
+    model.waitForWrites();
     EXPECT_EQ(QSettings().value(CheckSettings::softFractionKey).toDouble(), 0.02);
     model.setSelection(soft);
     EXPECT_EQ(panel.value("Focus"), QStringLiteral("Sharp: 5 % of the shoot's typical sharpness"));
