@@ -112,8 +112,9 @@ TEST(HandoffCopyTest, CopiesEveryFileOnceVerifiedAndNeverOverwrites)
     const QString drive = dir.path() + "/drive", unplugged = dir.path() + "/unplugged";
     asked = 0;
     const auto unplug = [&] {
-        if (++asked == 2)
+        if (++asked == 2) {
             EXPECT_TRUE(QDir().rename(drive, unplugged) && QDir().mkdir(drive));
+        }
         return false;
     };
     EXPECT_EQ(fileError([&] { Handoff::copy(shots, card, drive, false, {.cancelled = unplug}); }),
