@@ -41,6 +41,8 @@ struct Lane {
     std::uint32_t frameDuration = 0;       // per sample (per frame for PCM)
     std::vector<std::int32_t> compositions; // the reference's picture reordering, sample by sample
     std::size_t compositionPeriod = 0;       // after which it repeats; 0 when it does not
+    std::vector<std::size_t> referenceSyncs;  // the reference's sync pictures, by index
+    std::vector<std::size_t> resumes;         // found pictures that follow unreadable bytes
     std::uint32_t timecodeLimit = UINT32_MAX;
     std::size_t samplesWanted = SIZE_MAX;  // timecode: as many as the reference has
     std::vector<Movie::Sample> found;
@@ -84,6 +86,47 @@ std::int32_t compositionFor(const Lane &lane, std::size_t index)
     return lane.compositions[index];
 }
 
+// Sets the reordering of the found pictures. Until pictures were lost their count gives
+// their place in the camera's pattern; after a loss it no longer does, but the pattern
+// restarts at every sync picture: a picture takes the offset of the reference's picture as
+// far after one of its sync pictures (or, before the first sync picture after the loss, as
+// far before one), within the part of the reference where the pattern repeats.
+void setCompositions(Lane &lane)
+{
+    const std::size_t firstLoss = lane.resumes.empty() ? lane.found.size() : lane.resumes.front();
+    for (std::size_t i = 0; i < std::min(firstLoss, lane.found.size()); ++i)
+        lane.found[i].composition = compositionFor(lane, i);
+    const std::size_t period = lane.compositionPeriod, count = lane.compositions.size();
+    // Reference sync pictures with a whole period of the pattern on either side.
+    std::vector<std::size_t> anchors;
+    for (std::size_t sync : lane.referenceSyncs)
+        if (period && sync > period && sync + 2 * period < count)
+            anchors.push_back(sync);
+    for (std::size_t i = firstLoss; i < lane.found.size(); ++i) {
+        std::int32_t composition = 0;
+        if (!anchors.empty()) {
+            // The loss this picture follows, and the sync pictures found around it since.
+            const std::size_t resumed = *(std::upper_bound(lane.resumes.begin(), lane.resumes.end(), i) - 1);
+            const std::size_t nextLoss = [&] {
+                const auto after = std::upper_bound(lane.resumes.begin(), lane.resumes.end(), i);
+                return after == lane.resumes.end() ? lane.found.size() : *after;
+            }();
+            std::optional<std::size_t> before, after;
+            for (std::size_t j = i + 1; j-- > resumed && !before;)
+                if (lane.found[j].sync)
+                    before = j;
+            for (std::size_t j = i + 1; j < nextLoss && !before && !after; ++j)
+                if (lane.found[j].sync)
+                    after = j;
+            if (before)
+                composition = compositionFor(lane, anchors.front() + (i - *before));
+            else if (after && *after - i < anchors.back())
+                composition = compositionFor(lane, anchors.back() - (*after - i));
+        }
+        lane.found[i].composition = composition;
+    }
+}
+
 std::string fileError(const std::string &path, const std::exception &error)
 {
     return path + ": " + error.what();
@@ -116,8 +159,11 @@ Lane laneFor(const Movie::Track &track, const IsoBox::Box &trak, const MappedFil
             for (const Movie::Sample &s : track.samples)
                 lane.video.learn(referenceBytes.subspan(s.offset, s.size));
         }
-        for (const Movie::Sample &s : track.samples)
-            lane.compositions.push_back(s.composition);
+        for (std::size_t i = 0; i < track.samples.size(); ++i) {
+            lane.compositions.push_back(track.samples[i].composition);
+            if (track.samples[i].sync)
+                lane.referenceSyncs.push_back(i);
+        }
         lane.compositionPeriod = compositionPeriod(lane.compositions);
     } else if (codec == fourcc("mp4a")) {
         lane.aac = std::make_unique<SampleFinder::AacFrames>(SampleFinder::aacConfiguration(Movie::entryChild(trak, fourcc("esds"))));
@@ -192,6 +238,8 @@ public:
                 break;
             }
             const std::size_t next = resync(at + 1);
+            if (m_video)
+                m_video->resumes.push_back(m_video->found.size());
             const std::size_t sound = soundBefore(at, next);
             unreadable += sound - at;
             if (sound < next) {
@@ -573,8 +621,7 @@ Plan planWith(const std::string &clipPath, const std::string &referencePath, con
         for (Lane &lane : lanes) {
             // Pictures are reordered as the camera reorders them.
             if (lane.reference->hasCompositionOffsets)
-                for (std::size_t i = 0; i < lane.found.size(); ++i)
-                    lane.found[i].composition = compositionFor(lane, i);
+                setCompositions(lane);
             std::uint64_t duration = 0;
             for (const Movie::Sample &s : lane.found)
                 duration += s.duration;
