@@ -106,6 +106,7 @@ void AtomicFile::copyFrom(int fd, std::uint64_t offset, std::uint64_t length, st
             // Not between these two file systems, or not on this system: copy it ourselves.
             if (count < 0 && (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)) {
                 inKernel = false;
+                block.resize(std::size_t{1} << 20);
                 continue;
             }
             if (count < 0 && errno == EINTR)
@@ -116,7 +117,6 @@ void AtomicFile::copyFrom(int fd, std::uint64_t offset, std::uint64_t length, st
                 throw Failed("Could not write " + m_path + ": its source ended early");
             handedOver(std::uint64_t(count));
         } else {
-            block.resize(std::size_t{1} << 20);
             count = ::pread(fd, block.data(), std::min(step, block.size()), off_t(offset));
             if (count < 0 && errno == EINTR)
                 continue;

@@ -93,37 +93,30 @@ std::int32_t compositionFor(const Lane &lane, std::size_t index)
 // far before one), within the part of the reference where the pattern repeats.
 void setCompositions(Lane &lane)
 {
-    const std::size_t firstLoss = lane.resumes.empty() ? lane.found.size() : lane.resumes.front();
-    for (std::size_t i = 0; i < std::min(firstLoss, lane.found.size()); ++i)
-        lane.found[i].composition = compositionFor(lane, i);
+    std::vector<Movie::Sample> &found = lane.found;
+    std::vector<std::size_t> bounds = lane.resumes;
+    bounds.push_back(found.size());
+    for (std::size_t i = 0; i < std::min(bounds.front(), found.size()); ++i)
+        found[i].composition = compositionFor(lane, i);
     const std::size_t period = lane.compositionPeriod, count = lane.compositions.size();
     // Reference sync pictures with a whole period of the pattern on either side.
     std::vector<std::size_t> anchors;
     for (std::size_t sync : lane.referenceSyncs)
         if (period && sync > period && sync + 2 * period < count)
             anchors.push_back(sync);
-    for (std::size_t i = firstLoss; i < lane.found.size(); ++i) {
-        std::int32_t composition = 0;
-        if (!anchors.empty()) {
-            // The loss this picture follows, and the sync pictures found around it since.
-            const std::size_t resumed = *(std::upper_bound(lane.resumes.begin(), lane.resumes.end(), i) - 1);
-            const std::size_t nextLoss = [&] {
-                const auto after = std::upper_bound(lane.resumes.begin(), lane.resumes.end(), i);
-                return after == lane.resumes.end() ? lane.found.size() : *after;
-            }();
-            std::optional<std::size_t> before, after;
-            for (std::size_t j = i + 1; j-- > resumed && !before;)
-                if (lane.found[j].sync)
-                    before = j;
-            for (std::size_t j = i + 1; j < nextLoss && !before && !after; ++j)
-                if (lane.found[j].sync)
-                    after = j;
-            if (before)
-                composition = compositionFor(lane, anchors.front() + (i - *before));
-            else if (after && *after - i < anchors.back())
-                composition = compositionFor(lane, anchors.back() - (*after - i));
+    for (std::size_t k = 0; k + 1 < bounds.size(); ++k) {
+        const std::size_t from = std::min(bounds[k], found.size()), to = std::min(bounds[k + 1], found.size());
+        std::optional<std::size_t> nextSync, lastSync;
+        for (std::size_t i = to; i-- > from;) {
+            nextSync = found[i].sync ? std::optional(i) : nextSync;
+            const bool reachable = nextSync && !anchors.empty() && *nextSync - i < anchors.back();
+            found[i].composition = reachable ? compositionFor(lane, anchors.back() - (*nextSync - i)) : 0;
         }
-        lane.found[i].composition = composition;
+        for (std::size_t i = from; i < to && !anchors.empty(); ++i) {
+            lastSync = found[i].sync ? std::optional(i) : lastSync;
+            if (lastSync)
+                found[i].composition = compositionFor(lane, anchors.front() + (i - *lastSync));
+        }
     }
 }
 

@@ -26,6 +26,22 @@ std::uint32_t entryCount(Reader &reader, std::size_t entrySize)
     return count;
 }
 
+// The entries of a sample table (version and flags, a count, then `entryBytes` per entry),
+// each taken by `read`; none without the box.
+template <typename Entry, typename Read>
+std::vector<Entry> entries(const Box *box, std::size_t entryBytes, Read read)
+{
+    std::vector<Entry> result;
+    if (!box)
+        return result;
+    Reader r{box->payload};
+    r.skip(4);
+    result.resize(entryCount(r, entryBytes));
+    for (Entry &entry : result)
+        entry = read(r);
+    return result;
+}
+
 bool isUncompressedSound(IsoBox::FourCC codec)
 {
     static constexpr IsoBox::FourCC pcm[] = {fourcc("sowt"), fourcc("twos"), fourcc("lpcm"), fourcc("in24"),
@@ -87,55 +103,24 @@ Tables readTables(const Box &stbl, std::uint64_t fileSize)
         }
         tables.sampleCount = count;
     }
-    if (const Box *stco = stbl.child(fourcc("stco"))) {
-        Reader r{stco->payload};
+    if (const Box *stco = stbl.child(fourcc("stco")))
+        tables.chunkOffsets = entries<std::uint64_t>(stco, 4, [](Reader &r) { return std::uint64_t(r.u32()); });
+    else
+        tables.chunkOffsets = entries<std::uint64_t>(stbl.child(fourcc("co64")), 8, [](Reader &r) { return r.u64(); });
+    using Pair = std::array<std::uint32_t, 2>;
+    tables.sampleToChunk = entries<Pair>(stbl.child(fourcc("stsc")), 12, [](Reader &r) {
+        const Pair entry{r.u32(), r.u32()}; // first chunk, samples per chunk; the description index is not needed
         r.skip(4);
-        tables.chunkOffsets.resize(entryCount(r, 4));
-        for (std::uint64_t &offset : tables.chunkOffsets)
-            offset = r.u32();
-    } else if (const Box *co64 = stbl.child(fourcc("co64"))) {
-        Reader r{co64->payload};
-        r.skip(4);
-        tables.chunkOffsets.resize(entryCount(r, 8));
-        for (std::uint64_t &offset : tables.chunkOffsets)
-            offset = r.u64();
-    }
-    if (const Box *stsc = stbl.child(fourcc("stsc"))) {
-        Reader r{stsc->payload};
-        r.skip(4);
-        tables.sampleToChunk.resize(entryCount(r, 12));
-        for (auto &entry : tables.sampleToChunk) {
-            entry[0] = r.u32();
-            entry[1] = r.u32();
-            r.skip(4);
-        }
-    }
-    if (const Box *stts = stbl.child(fourcc("stts"))) {
-        Reader r{stts->payload};
-        r.skip(4);
-        tables.timeToSample.resize(entryCount(r, 8));
-        for (auto &entry : tables.timeToSample) {
-            entry[0] = r.u32();
-            entry[1] = r.u32();
-        }
-    }
-    if (const Box *ctts = stbl.child(fourcc("ctts"))) {
-        Reader r{ctts->payload};
-        r.skip(4);
-        tables.compositions.resize(entryCount(r, 8));
-        for (auto &entry : tables.compositions) {
-            entry.first = r.u32();
-            entry.second = std::int32_t(r.u32());
-        }
-    }
-    if (const Box *stss = stbl.child(fourcc("stss"))) {
-        Reader r{stss->payload};
-        r.skip(4);
-        tables.syncSamples.resize(entryCount(r, 4));
-        for (std::uint32_t &number : tables.syncSamples)
-            number = r.u32();
-        tables.hasSync = true;
-    }
+        return entry;
+    });
+    tables.timeToSample = entries<Pair>(stbl.child(fourcc("stts")), 8, [](Reader &r) { return Pair{r.u32(), r.u32()}; });
+    tables.compositions = entries<std::pair<std::uint32_t, std::int32_t>>(stbl.child(fourcc("ctts")), 8, [](Reader &r) {
+        const std::uint32_t count = r.u32();
+        return std::pair{count, std::int32_t(r.u32())};
+    });
+    const Box *stss = stbl.child(fourcc("stss"));
+    tables.syncSamples = entries<std::uint32_t>(stss, 4, [](Reader &r) { return r.u32(); });
+    tables.hasSync = stss != nullptr;
     return tables;
 }
 

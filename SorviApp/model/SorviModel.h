@@ -268,12 +268,10 @@ public:
 
     /// Where catalogs, check results and the move records are kept.
     QString storeDirectory() const { return m_options.storeDirectory; }
-    /// Shows a settings write that failed (or kept an unreadable file aside) in the
-    /// warning line, like every other write of ours; a later good write clears it.
-    void noteSettingsWrite(const UserSettings::Outcome &outcome);
     /// Runs `write`, a write of the settings file, on the writer's thread after the writes
     /// asked for before it (the GUI thread never waits for the disk); then, on the GUI
-    /// thread, shows its outcome (see noteSettingsWrite) and runs `then`.
+    /// thread, shows its outcome in the warning line (a later good write clears a failure)
+    /// and runs `then`.
     void writeSettings(std::function<UserSettings::Outcome()> write, std::function<void()> then = {});
 
     /// Blocks until every write of our files asked for so far is on disk (or failed): for
@@ -320,6 +318,9 @@ signals:
     void warningChanged();
 
 private:
+    /// Shows a settings write that failed (or kept an unreadable file aside) in the
+    /// warning line, like every other write of ours; a later good write clears it.
+    void noteSettingsWrite(const UserSettings::Outcome &outcome);
     template <typename T>
     bool assign(T &field, const T &value, void (SorviModel::*changed)());
 

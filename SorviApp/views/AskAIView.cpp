@@ -61,11 +61,7 @@ void AskAIView::build()
     auto *header = new QHBoxLayout;
     auto *symbol = new QLabel(this);
     symbol->setPixmap(Symbols::sparklesIcon().pixmap(24, 24));
-    auto *title = new QLabel(QStringLiteral("Ask an AI"), this);
-    QFont big = title->font();
-    big.setPointSizeF(big.pointSizeF() * 1.3);
-    big.setBold(true);
-    title->setFont(big);
+    auto *title = SheetParts::heading(QStringLiteral("Ask an AI"), this, nullptr, SheetParts::titleScale);
     m_provider = SheetParts::secondaryText(QString(), this, "providerName");
     m_provider->setWordWrap(false);
     header->addWidget(symbol);
@@ -96,11 +92,7 @@ void AskAIView::build()
     m_errorText = SheetParts::failureText(this, "errorText");
     column->addWidget(m_errorText);
 
-    QFont bold = font();
-    bold.setBold(true);
-    m_resultsHeader = new QLabel(this);
-    m_resultsHeader->setObjectName(QStringLiteral("resultsHeader"));
-    m_resultsHeader->setFont(bold);
+    m_resultsHeader = SheetParts::heading(QString(), this, "resultsHeader");
     column->addWidget(m_resultsHeader);
     m_resultList = new QListWidget(this);
     m_resultList->setObjectName(QStringLiteral("results"));
@@ -215,11 +207,7 @@ QWidget *AskAIView::makeConsentPage()
     auto *page = new QWidget(this);
     auto *column = new QVBoxLayout(page);
     column->setContentsMargins(0, 8, 0, 0);
-    m_consentTitle = new QLabel(page);
-    m_consentTitle->setObjectName(QStringLiteral("consentTitle"));
-    QFont bold = m_consentTitle->font();
-    bold.setBold(true);
-    m_consentTitle->setFont(bold);
+    m_consentTitle = SheetParts::heading(QString(), page, "consentTitle");
     column->addWidget(m_consentTitle);
     m_consentText = wrapped(QString(), page, "consentText");
     column->addWidget(m_consentText);

@@ -233,11 +233,7 @@ void HandoffView::build()
     column->setContentsMargins(20, 16, 20, 16);
     column->setSpacing(8);
 
-    auto *title = new QLabel(QStringLiteral("Hand off to your editor"), this);
-    QFont titleFont = title->font();
-    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.3);
-    titleFont.setBold(true);
-    title->setFont(titleFont);
+    auto *title = SheetParts::heading(QStringLiteral("Hand off to your editor"), this, nullptr, SheetParts::titleScale);
     column->addWidget(title);
     m_summary = new QLabel(this);
     m_summary->setObjectName(QStringLiteral("summary"));
@@ -399,11 +395,7 @@ QWidget *HandoffView::makeFooter()
     m_result = new QWidget(footer);
     auto *result = new QVBoxLayout(m_result);
     result->setContentsMargins(0, 0, 0, 0);
-    auto *done = new QLabel(QStringLiteral("\u2713 Done"), m_result);
-    QFont doneFont = done->font();
-    doneFont.setBold(true);
-    done->setFont(doneFont);
-    result->addWidget(done);
+    result->addWidget(SheetParts::heading(QStringLiteral("\u2713 Done"), m_result));
     m_reportText = new QLabel(m_result);
     m_reportText->setObjectName(QStringLiteral("reportText"));
     m_reportText->setWordWrap(true);

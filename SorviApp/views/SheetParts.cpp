@@ -5,6 +5,18 @@
 
 namespace SheetParts {
 
+QLabel *heading(const QString &text, QWidget *parent, const char *name, double scale)
+{
+    auto *label = new QLabel(text, parent);
+    if (name)
+        label->setObjectName(QLatin1String(name));
+    QFont font = label->font();
+    font.setPointSizeF(font.pointSizeF() * scale);
+    font.setBold(true);
+    label->setFont(font);
+    return label;
+}
+
 QLabel *secondaryText(const QString &text, QWidget *parent, const char *name)
 {
     auto *label = new QLabel(text, parent);

@@ -9,6 +9,11 @@ class QWidget;
 /// behave alike.
 namespace SheetParts {
 
+/// The size of a sheet's title against the text around it.
+inline constexpr double titleScale = 1.3;
+
+/// Bold text: a heading, `scale` times the size of the text around it.
+QLabel *heading(const QString &text, QWidget *parent, const char *name = nullptr, double scale = 1.0);
 /// Wrapped secondary text, the same grey whether or not its sheet is busy.
 QLabel *secondaryText(const QString &text, QWidget *parent, const char *name = nullptr);
 /// Wrapped, selectable text in the red of a failure.
