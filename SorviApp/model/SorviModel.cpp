@@ -161,25 +161,25 @@ void SorviModel::setShowAskAI(bool shown) { assign(m_showAskAI, shown, &SorviMod
 void SorviModel::setAutoAdvance(bool on)
 {
     if (assign(m_autoAdvance, on, &SorviModel::autoAdvanceChanged))
-        writeSettings([on] { return UserSettings::setValue(QLatin1String(autoAdvanceKey), on); });
+        rememberSetting(QLatin1String(autoAdvanceKey), on);
 }
 
 void SorviModel::setShowChecks(bool on)
 {
     if (assign(m_showChecks, on, &SorviModel::showChecksChanged))
-        writeSettings([on] { return UserSettings::setValue(QLatin1String(showChecksKey), on); });
+        rememberSetting(QLatin1String(showChecksKey), on);
 }
 
 void SorviModel::setShowInspector(bool on)
 {
     if (assign(m_showInspector, on, &SorviModel::showInspectorChanged))
-        writeSettings([on] { return UserSettings::setValue(QLatin1String(showInspectorKey), on); });
+        rememberSetting(QLatin1String(showInspectorKey), on);
 }
 
 void SorviModel::setKeepZoom(bool on)
 {
     if (assign(m_keepZoom, on, &SorviModel::keepZoomChanged))
-        writeSettings([on] { return UserSettings::setValue(QLatin1String(keepZoomKey), on); });
+        rememberSetting(QLatin1String(keepZoomKey), on);
 }
 
 void SorviModel::setShowClipping(bool on)
@@ -299,6 +299,19 @@ void SorviModel::writeSettings(std::function<UserSettings::Outcome()> write, std
                 then();
         }, Qt::QueuedConnection);
     });
+}
+
+void SorviModel::rememberSetting(const QString &key, const QVariant &value)
+{
+    m_rememberedSettings.insert(key, value);
+    writeSettings([key, value] { return UserSettings::setValue(key, value); });
+}
+
+QVariant SorviModel::setting(const QString &key, const QVariant &fallback) const
+{
+    if (const auto it = m_rememberedSettings.constFind(key); it != m_rememberedSettings.cend())
+        return *it;
+    return QSettings().value(key, fallback);
 }
 
 QString SorviModel::warning() const

@@ -4,7 +4,6 @@
 #include "SorviApp/model/FolderAccess.h"
 #include "SorviApp/model/SorviModel.h"
 #include "SorviKit/core/FileError.h"
-#include "SorviKit/core/UserSettings.h"
 #include "SorviKit/core/Wording.h"
 #include "SorviKit/handoff/Handoff.h"
 #include "SorviKit/handoff/LightroomPlugin.h"
@@ -19,7 +18,6 @@
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QSettings>
 #include <QStyle>
 #include <QVBoxLayout>
 #include <QtConcurrent/QtConcurrentRun>
@@ -123,32 +121,31 @@ HandoffView::~HandoffView()
 
 void HandoffView::loadChoices()
 {
-    const QSettings settings;
-    const auto flag = [&settings](const char *key, bool fallback) {
-        return settings.value(QLatin1String(key), fallback).toBool();
+    const auto value = [this](const char *key, const QVariant &fallback = {}) {
+        return m_model.setting(QLatin1String(key), fallback);
     };
-    m_choices.sidecars = flag(sidecarsKey, true);
-    m_choices.copy = flag(copyKey, false);
-    m_choices.copyWhat = settings.value(QLatin1String(copyWhatKey), QStringLiteral("picks")).toString();
-    m_choices.removeLocation = flag(removeLocationKey, false);
-    m_choices.moveRejects = flag(moveRejectsKey, false);
-    m_choices.flagsList = flag(flagsListKey, true);
-    m_choices.manifest = flag(manifestKey, false);
-    m_choices.sidecarStyle = settings.value(QLatin1String(sidecarStyleKey)).toString() == QLatin1String("darktable")
+    m_choices.sidecars = value(sidecarsKey, true).toBool();
+    m_choices.copy = value(copyKey, false).toBool();
+    m_choices.copyWhat = value(copyWhatKey, QStringLiteral("picks")).toString();
+    m_choices.removeLocation = value(removeLocationKey, false).toBool();
+    m_choices.moveRejects = value(moveRejectsKey, false).toBool();
+    m_choices.flagsList = value(flagsListKey, true).toBool();
+    m_choices.manifest = value(manifestKey, false).toBool();
+    m_choices.sidecarStyle = value(sidecarStyleKey).toString() == QLatin1String("darktable")
         ? HandoffPlan::SidecarStyle::darktable
         : HandoffPlan::SidecarStyle::lightroom;
     if (FolderAccess::isSandboxed()) {
-        if (const auto resolved = FolderAccess::resolve(settings.value(QLatin1String(destinationBookmarkKey)).toByteArray()))
+        if (const auto resolved = FolderAccess::resolve(value(destinationBookmarkKey).toByteArray()))
             m_choices.destination = resolved->path;
     } else {
-        m_choices.destination = settings.value(QLatin1String(destinationKey)).toString();
+        m_choices.destination = value(destinationKey).toString();
     }
-    m_choices.secondDestination = settings.value(QLatin1String(secondDestinationKey)).toString();
+    m_choices.secondDestination = value(secondDestinationKey).toString();
 }
 
 void HandoffView::remember(const char *key, const QVariant &value)
 {
-    m_model.writeSettings([key, value] { return UserSettings::setValue(QLatin1String(key), value); });
+    m_model.rememberSetting(QLatin1String(key), value);
 }
 
 void HandoffView::learnCardState()

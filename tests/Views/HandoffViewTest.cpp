@@ -1,6 +1,7 @@
 #include "BrowserHarness.h"
 
 #include "SorviApp/views/HandoffView.h"
+#include "SorviKit/core/UserSettings.h"
 #include "SorviKit/core/Wording.h"
 #include "SorviKit/handoff/Handoff.h"
 #include "HandoffTestFiles.h"
@@ -11,6 +12,8 @@
 #include <QPushButton>
 #include <QSettings>
 #include <QSignalSpy>
+
+#include <future>
 
 using HandoffTest::TmpfsMount;
 
@@ -132,6 +135,22 @@ TEST(HandoffView, DefaultsChoicesCountsMovesAndPutBack)
     child<QCheckBox>(view, "copy")->click();
     model.waitForWrites();
     EXPECT_EQ(QSettings().value(HandoffView::copyWhatKey).toString(), "rated") << "choices are remembered";
+
+    // A choice is carried to the next sheet at once, though its write waits behind a slow one.
+    std::promise<void> slowWriteDone;
+    model.writeSettings([done = slowWriteDone.get_future().share()] {
+        done.wait();
+        return UserSettings::Outcome{};
+    });
+    child<QCheckBox>(view, "copy")->click();
+    {
+        Sheet next(model);
+        EXPECT_TRUE(child<QCheckBox>(next.view, "copy")->isChecked());
+        EXPECT_FALSE(QSettings().value(HandoffView::copyKey).toBool()) << "the write was not held up";
+    }
+    child<QCheckBox>(view, "copy")->click();
+    slowWriteDone.set_value();
+    model.waitForWrites();
 
     // The defaults write sidecars and the flags list beside the photos, nothing else.
     HandoffPlan::Report report = sheet.run();
