@@ -68,7 +68,12 @@ AISettingsView::AISettingsView(QWidget *parent) : QWidget(parent), m_provider(AI
     build();
 }
 
-AISettingsView::~AISettingsView() { m_pool.waitForDone(); }
+AISettingsView::~AISettingsView()
+{
+    // A test request may wait minutes for a slow service; quitting abandons it.
+    m_stop.request_stop();
+    m_pool.waitForDone();
+}
 
 void AISettingsView::build()
 {
@@ -228,6 +233,7 @@ void AISettingsView::save(bool thenTest)
     }
     begin();
     const bool keyring = m_keyring;
+    const std::stop_token stop = m_stop.get_token();
     // The settings file and the test request wait on the disk and the network: on the
     // tab's thread.
     const auto afterKey = [=, this](const std::optional<QString> &keyFailure) {
@@ -248,7 +254,7 @@ void AISettingsView::save(bool thenTest)
                     return key.isEmpty() ? QStringLiteral("Key removed.") : QStringLiteral("Saved.");
                 const std::optional<AIClient> client =
                     AISettings::clientWith(key.isEmpty() || !keyring ? std::nullopt : std::optional(key));
-                return client ? AIKeyTest::run(*client) : AIError::noKey().description();
+                return client ? AIKeyTest::run(*client, stop) : AIError::noKey().description();
             },
             [this, provider](const QString &status) { load(provider, status); });
         end();

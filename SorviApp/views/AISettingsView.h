@@ -3,9 +3,10 @@
 #include "SorviKit/ai/AIProvider.h"
 
 #include <QThreadPool>
+#include <QWidget>
 
 #include <functional>
-#include <QWidget>
+#include <stop_token>
 
 class QComboBox;
 class QLabel;
@@ -60,6 +61,7 @@ private:
     int m_pending = 0;
     bool m_loaded = false;
     QThreadPool m_pool;
+    std::stop_source m_stop; ///< stops a test request when the tab goes
 
     QComboBox *m_service = nullptr;
     QLineEdit *m_key = nullptr;

@@ -14,12 +14,12 @@ QByteArray picture()
     return JpegEncoder::encode(image, JpegEncoder::defaultQuality).value_or(QByteArray());
 }
 
-QString run(const AIClient &client)
+QString run(const AIClient &client, std::stop_token stop)
 {
     try {
         // What the service picks does not matter: any readable answer proves the key,
         // the model name and the connection.
-        client.choose({{QStringLiteral("P1"), picture()}}, QStringLiteral("Pick this photo."), 1);
+        client.choose({{QStringLiteral("P1"), picture()}}, QStringLiteral("Pick this photo."), 1, stop);
         return QStringLiteral("Works: ") + client.provider.company() + QStringLiteral(" answered with ")
             + client.model + QLatin1Char('.');
     } catch (const AIError &error) {

@@ -12,7 +12,8 @@ namespace AIKeyTest {
 QByteArray picture();
 
 /// Sends the test picture through `client` and returns the one-line result for the user:
-/// "Works: <company> answered with <model>." or the error's description. Blocks.
-QString run(const AIClient &client);
+/// "Works: <company> answered with <model>." or the error's description. Blocks until the
+/// reply or until `stop` is requested.
+QString run(const AIClient &client, std::stop_token stop = {});
 
 } // namespace AIKeyTest

@@ -11,6 +11,7 @@
 #include "LocalHttpServer.h"
 
 #include <QComboBox>
+#include <QElapsedTimer>
 #include <QLineEdit>
 #include <QProcess>
 #include <QPushButton>
@@ -260,7 +261,10 @@ TEST_F(AIViewsTest, AskSheetFromSetUpToPicks)
 TEST_F(AIViewsTest, SettingsTabKeepsEachServicesOwnKey)
 {
     std::atomic<int> status = 200;
+    std::atomic<bool> silent = false;
     LocalHttpServer server([&](const HttpRequest &request) {
+        if (silent)
+            return HttpReply{200, {}, HttpReply::Behaviour::hang};
         return status == 200 ? choosing(request, [](int) { return true; }) : HttpReply{status, "{}"};
     });
     ASSERT_FALSE(AISettings::setServerAddress(server.url().toString(), AIProvider::openai).failed());
@@ -304,6 +308,25 @@ TEST_F(AIViewsTest, SettingsTabKeepsEachServicesOwnKey)
     tab.saveAndTest();
     ASSERT_TRUE(idle());
     EXPECT_EQ(tab.status(), "The AI service didn't accept the API key. Check it in Settings ▸ AI.");
+
+    // Closing a window whose test waits on a silent service abandons the request, rather
+    // than holding the application for the client's five-minute limit.
+    silent = true;
+    {
+        auto closing = std::make_unique<SettingsWindow>();
+        closing->show();
+        AISettingsView &waiting = *closing->aiSettings();
+        ASSERT_TRUE(QTest::qWaitFor([&] { return waiting.isIdle(); }, 20'000));
+        ASSERT_EQ(waiting.findChild<QLineEdit *>("key")->text(), "sk-open-secret-3");
+        const qsizetype asked = server.requests().size();
+        waiting.saveAndTest();
+        ASSERT_TRUE(QTest::qWaitFor([&] { return server.requests().size() > asked; }, 20'000));
+        QElapsedTimer closingTime;
+        closingTime.start();
+        closing.reset();
+        EXPECT_LT(closingTime.elapsed(), 20'000) << "closing waited for the service";
+    }
+    silent = false;
 
     ASSERT_FALSE(AISettings::setConsent(true, AIProvider::openai).failed());
     choose(AIProvider::openai);
