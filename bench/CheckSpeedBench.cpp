@@ -46,7 +46,6 @@ constexpr int scrollPhotos = 600;
 constexpr int pages = 30;
 constexpr int inputGapMs = 30;
 
-
 // A folder of hard links to the two test JPEGs, so that 600 photos cost no disk.
 bool linkFolder(const QString &folder, const QString &plain, const QString &faces)
 {

@@ -84,7 +84,6 @@ double timed(const std::function<void()> &input)
     return timer.nsecsElapsed() / 1e6;
 }
 
-
 } // namespace
 
 int main(int argc, char **argv)

@@ -634,11 +634,13 @@ Plan planWith(const std::string &clipPath, const std::string &referencePath, con
     }
     for (std::size_t i = 0; i < result.output.tracks.size(); ++i) {
         const MovieWriter::TrackOutput &out = result.output.tracks[i];
-        const bool recognised = i >= result.report.tracks.size() || result.report.tracks[i].recognised;
-        if (result.report.tracks.size() <= i)
-            result.report.tracks.push_back({});
-        result.report.tracks[i] = MovieWriter::summarise(out);
-        result.report.tracks[i].recognised = recognised;
+        TrackReport summary = MovieWriter::summarise(out);
+        if (i < result.report.tracks.size()) {
+            summary.recognised = result.report.tracks[i].recognised;
+            result.report.tracks[i] = summary;
+        } else {
+            result.report.tracks.push_back(summary);
+        }
         for (const Movie::Sample &s : out.samples)
             result.report.recoveredUntil = std::max(result.report.recoveredUntil, s.offset + s.size);
     }

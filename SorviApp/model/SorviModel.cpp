@@ -29,11 +29,14 @@ SorviModel::SorviModel(Options options, QObject *parent)
     // Details are read on worker threads, which the metadata library allows only after
     // it was set up once on this thread.
     ShotScanner::initializeMetadataReader();
+    // Read once here, so that a sheet opening later finds its choices without the disk.
     const QSettings settings;
-    m_autoAdvance = settings.value(QLatin1String(autoAdvanceKey), true).toBool();
-    m_showChecks = settings.value(QLatin1String(showChecksKey), true).toBool();
-    m_showInspector = settings.value(QLatin1String(showInspectorKey), false).toBool();
-    m_keepZoom = settings.value(QLatin1String(keepZoomKey), false).toBool();
+    for (const QString &key : settings.allKeys())
+        m_settings.insert(key, settings.value(key));
+    m_autoAdvance = setting(QLatin1String(autoAdvanceKey), true).toBool();
+    m_showChecks = setting(QLatin1String(showChecksKey), true).toBool();
+    m_showInspector = setting(QLatin1String(showInspectorKey), false).toBool();
+    m_keepZoom = setting(QLatin1String(keepZoomKey), false).toBool();
     m_checkThresholds = CheckSettings::read(settings);
     m_stepStatus = stepStatus();
     // Session tasks mostly wait for their loops, which run on the global pool; a few
@@ -303,15 +306,13 @@ void SorviModel::writeSettings(std::function<UserSettings::Outcome()> write, std
 
 void SorviModel::rememberSetting(const QString &key, const QVariant &value)
 {
-    m_rememberedSettings.insert(key, value);
+    m_settings.insert(key, value);
     writeSettings([key, value] { return UserSettings::setValue(key, value); });
 }
 
 QVariant SorviModel::setting(const QString &key, const QVariant &fallback) const
 {
-    if (const auto it = m_rememberedSettings.constFind(key); it != m_rememberedSettings.cend())
-        return *it;
-    return QSettings().value(key, fallback);
+    return m_settings.value(key, fallback);
 }
 
 QString SorviModel::warning() const

@@ -277,8 +277,8 @@ public:
     /// settings file through writeSettings. A choice made a moment ago is read back by
     /// setting() even while its write still waits behind others.
     void rememberSetting(const QString &key, const QVariant &value);
-    /// The value of `key` as last remembered in this session, else as in the settings
-    /// file, else `fallback`.
+    /// The value of `key` as last remembered in this session, else as the settings file
+    /// held when the model was made, else `fallback`. Never reads the disk.
     QVariant setting(const QString &key, const QVariant &fallback = {}) const;
 
     /// Blocks until every write of our files asked for so far is on disk (or failed): for
@@ -412,7 +412,7 @@ private:
     std::shared_ptr<FolderSession> m_session; ///< the open folder's; cancelled when replaced
     std::shared_ptr<Catalog> m_catalog;      ///< the open folder's, once its shots are listed
     QMap<QString, QString> m_writeFailures;  ///< file → why its last write failed
-    QVariantHash m_rememberedSettings;       ///< settings set this session, whether or not on disk yet
+    QVariantHash m_settings;                 ///< as read at start, then as set (on disk or not yet)
     static constexpr char settingsKey[] = "settings"; ///< the settings file's entry there
     QString m_notice;                        ///< a file of ours kept aside, said once per folder
     QString m_warning;
